@@ -1,0 +1,1 @@
+int simModelsAnchor = 0;

@@ -1,0 +1,3 @@
+#include "PicProgrammer.h"
+
+PicProgrammer::PicProgrammer(QObject* parent) : QObject(parent) {}

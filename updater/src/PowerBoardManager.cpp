@@ -1,0 +1,3 @@
+#include "PowerBoardManager.h"
+
+PowerBoardManager::PowerBoardManager(QObject* parent) : QObject(parent) {}
