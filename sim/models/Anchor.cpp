@@ -1,1 +1,0 @@
-int simModelsAnchor = 0;

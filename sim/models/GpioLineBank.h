@@ -1,0 +1,63 @@
+#pragma once
+// A bank of GPIO lines with sysfs semantics, and the attach point for device models.
+// Pure model: no I/O. Time is passed in by the caller (monotonic nanoseconds).
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sim {
+
+enum class Direction { In, Out };
+
+struct LineState
+{
+    Direction direction = Direction::In;
+    bool hostLevel = false; // level the host drives while the line is an output
+    std::uint64_t valueWrites = 0;
+    std::uint64_t valueReads = 0;
+    std::uint64_t directionWrites = 0;
+};
+
+// A device wired to some lines of the bank (for example a PIC's ICSP pins).
+class GpioDevice
+{
+public:
+    virtual ~GpioDevice() = default;
+    // The host changed an attached line: a new driven level or a new direction.
+    virtual void lineChanged(int line, const LineState& state, std::uint64_t nowNs) = 0;
+    // The level the device puts on an attached line, or nothing when it leaves the line undriven.
+    virtual std::optional<bool> drivenLevel(int line, std::uint64_t nowNs) = 0;
+};
+
+class GpioLineBank
+{
+public:
+    // Each operation returns 0 or a negative errno value, as the sysfs file would.
+    int exportLine(int line);   // -EBUSY when already exported, -EINVAL for a line outside the bank
+    int unexportLine(int line); // -EINVAL when not exported
+    int writeDirection(int line, std::string_view text, std::uint64_t nowNs); // in, out, high, low
+    int writeValue(int line, std::string_view text, std::uint64_t nowNs);     // -EPERM on an input
+    // The level as sysfs reads it: the driven level of an output; for an input the attached device's
+    // level, or 1 (pulled up) when nothing drives it.
+    bool level(int line, std::uint64_t nowNs);
+    std::string readValue(int line, std::uint64_t nowNs);    // "0\n" or "1\n"; counts a read
+    std::string readDirection(int line) const;               // "in\n" or "out\n"
+
+    bool isExported(int line) const;
+    const LineState* state(int line) const; // null when not exported
+    std::vector<int> exportedLines() const;
+
+    void attach(const std::vector<int>& lines, GpioDevice* device);
+
+    static constexpr int maxLine = 511;
+
+private:
+    std::map<int, LineState> m_lines;
+    std::map<int, GpioDevice*> m_devices;
+};
+
+} // namespace sim
