@@ -7,7 +7,7 @@ packages=(
     qtbase5-dev qtbase5-dev-tools libqt5test5
     bubblewrap fuse3 libfuse3-dev util-linux
     gputils srecord bzip2 tar python3
-    xvfb xauth x11-apps imagemagick
+    xvfb xauth x11-apps xdotool imagemagick
 )
 
 missing=()

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Start-up of the real updater: time from process start to the first painted main menu, and its
+# resident memory at that moment, measured from inside by the probe plugin. Prints the median of N runs.
+#   bench/startup/run.sh [build dir] [runs]
+set -euo pipefail
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+build=$(cd "${1:-$repo/build-native}" && pwd)
+runs=${2:-9}
+for f in "$build/updater/updater" "$build/sim/probe/plugins/generic/libprobe.so"; do
+    [ -e "$f" ] || { echo "startup bench: '$f' is missing; build the project first" >&2; exit 2; }
+done
+
+inside=$(cat <<'INSIDE'
+set -eu
+for i in $(seq "$RUNS"); do
+    rm -rf /mnt/data /tmp/probe.txt
+    PROBE_T0=$(date +%s%N) PROBE_OUT=/tmp/probe.txt "$UPDATER" >/dev/null 2>&1 &
+    pid=$!
+    for _ in $(seq 200); do [ -s /tmp/probe.txt ] && break; sleep 0.05; done
+    kill "$pid" 2>/dev/null; wait "$pid" 2>/dev/null || true
+    cat /tmp/probe.txt
+done
+INSIDE
+)
+results=$("$repo/sim/sandbox" --env RUNS="$runs" --env UPDATER="$build/updater/updater" \
+    --env QT_QPA_PLATFORM=offscreen --env QT_PLUGIN_PATH="$build/sim/probe/plugins" \
+    --env QT_QPA_GENERIC_PLUGINS=probe -- bash -c "$inside")
+echo "$results" | grep '^painted-menu' | sort -k2,2n | awk '
+    BEGIN { n = 0 }
+    { ms[n] = $2; rss[n] = $4; n++ }
+    END {
+        if (n == 0) { print "startup bench: no run painted the menu" > "/dev/stderr"; exit 1 }
+        m = int((n - 1) / 2)
+        printf "start-up to first painted menu: median %.1f ms (min %.1f, max %.1f, %d runs, offscreen)\n", ms[m], ms[0], ms[n-1], n
+        printf "resident memory at first paint: median %d KiB\n", rss[m]
+    }'
