@@ -34,7 +34,7 @@ public:
 
     struct Node
     {
-        std::string path;      // "" for the control folder itself
+        std::string path; // "" for the control folder itself
         bool folder = false;
         const ControlFile* file = nullptr;
     };

@@ -213,6 +213,13 @@ std::vector<int> GpioLineBank::exportedLines() const
     return lines;
 }
 
+void GpioLineBank::reset(std::uint64_t nowNs)
+{
+    for (int line : exportedLines())
+        unexportLine(line, nowNs);
+    m_totals = BankTotals{};
+}
+
 void GpioLineBank::attach(const std::vector<int>& lines, GpioDevice* device)
 {
     for (int line : lines)

@@ -73,6 +73,9 @@ public:
     std::vector<int> exportedLines() const;
     const BankTotals& totals() const { return m_totals; }
 
+    // Unexports every line (attached devices see their lines released) and zeroes the totals.
+    void reset(std::uint64_t nowNs);
+
     void attach(const std::vector<int>& lines, GpioDevice* device);
     GpioDevice* deviceAt(int line) const; // null when nothing is attached
 

@@ -19,7 +19,9 @@ const unsigned char REG_CONFIGURATION = 0x03;
 const unsigned int INITIAL_OUTPUTS = 0x9E;
 } // namespace
 
-IOExpanderPinController::IOExpanderPinController() : QObject(nullptr), m_fd(0), m_OutputPins(INITIAL_OUTPUTS) {}
+IOExpanderPinController::IOExpanderPinController() : QObject(nullptr), m_fd(0), m_OutputPins(INITIAL_OUTPUTS)
+{
+}
 
 IOExpanderPinController::~IOExpanderPinController()
 {
@@ -66,11 +68,13 @@ bool IOExpanderPinController::openI2cPort()
 {
     m_fd = ::open(I2C_DEVICE, O_RDWR);
     if (m_fd < 0) {
-        qDebug() << "Failed to open I2c I/O Expander " << strerror(errno);
+        const int error = errno; // before the debug stream can touch it
+        qDebug() << "Failed to open I2c I/O Expander " << strerror(error);
         return false;
     }
     if (::ioctl(m_fd, I2C_SLAVE, EXPANDER_SLAVE) < 0) {
-        qDebug() << "Failed to open I2c I/O Expander " << strerror(errno);
+        const int error = errno;
+        qDebug() << "Failed to open I2c I/O Expander " << strerror(error);
         return false;
     }
     return true;
@@ -99,7 +103,8 @@ bool IOExpanderPinController::writeI2cDigitals()
 bool IOExpanderPinController::i2cWriteOperation(unsigned char* data)
 {
     if (::write(m_fd, data, 2) != 2) {
-        qDebug() << "Error writing I2c" << strerror(errno);
+        const int error = errno;
+        qDebug() << "Error writing I2c" << strerror(error);
         return false;
     }
     return true;
