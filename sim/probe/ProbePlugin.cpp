@@ -70,7 +70,8 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        if (!m_menuPainted && event->type() == QEvent::Paint && watched->objectName() == "UpdaterMainScreen") {
+        if (!m_menuPainted && event->type() == QEvent::Paint &&
+            watched->objectName() == "UpdaterMainScreen") {
             m_menuPainted = true;
             // Report once the paint has been handled, not when it is about to be.
             QTimer::singleShot(0, this, [this, ms = millisecondsSinceProcessStart()] {

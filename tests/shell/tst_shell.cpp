@@ -1,5 +1,7 @@
 // The application shell: forms, canvas, main menu and the key filter, built as main() builds them.
+#include "../support/SimInstrument.h"
 #include "Canvas.h"
+#include "IoExpanderPinController.h"
 #include "KeyboardEventFilter.h"
 #include "UpdaterMainScreen.h"
 #include "UpdaterProgressScreen.h"
@@ -96,7 +98,9 @@ private:
 
 void ShellTest::initTestCase()
 {
+    SIM_REQUIRE_INSTRUMENT();
     QVERIFY2(!QFileInfo::exists("/mnt/data"), "must run inside sim/sandbox with a fresh /mnt");
+    siminstrument::reset();
     QCoreApplication::setOrganizationName("Halbern");
     QCoreApplication::setApplicationName("Updater");
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
@@ -116,6 +120,9 @@ void ShellTest::initTestCase()
     m_view->rotate(180.0);
     QApplication::setActiveWindow(m_view);
     QVERIFY(QTest::qWaitForWindowActive(m_view));
+
+    // The menu asked for outputs 7 and 2, but nothing opened the expander: the bus stayed silent.
+    QCOMPARE(siminstrument::lines("i2c"), QStringList());
 }
 
 void ShellTest::mainMenuFormAndVersionLine()
@@ -214,13 +221,15 @@ void ShellTest::softKeysChooseTheJobBeforeTheScreenChange()
 
     // Record the order of the two signals as the progress screen sees them.
     QStringList order;
-    connect(menu, &UpdaterMainScreen::setUpdateType, this, [&](int type) { order << QString("type %1").arg(type); });
+    connect(menu, &UpdaterMainScreen::setUpdateType, this,
+            [&](int type) { order << QString("type %1").arg(type); });
     connect(menu, &UpdaterMainScreen::requestChangeScreen, this,
             [&](int index) { order << QString("screen %1").arg(index); });
 
     const QList<QPair<Qt::Key, QString>> cases = {
         {Qt::Key_F2, "Attach the unit to the PC via the USB cable provided then press F1\n"},
-        {Qt::Key_F3, "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n"},
+        {Qt::Key_F3,
+         "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n"},
         {Qt::Key_F4, "Are you Sure?, Press F1 to continue\n"},
         {Qt::Key_F5, "Are you Sure?, All test results and settings will be lost, Press F1 to continue\n"}};
     const QStringList types = {"type 0", "type 1", "type 3", "type 2"};
@@ -228,7 +237,8 @@ void ShellTest::softKeysChooseTheJobBeforeTheScreenChange()
         m_canvas->showScreen(Canvas::MAIN_SCREEN_INDEX);
         order.clear();
         const QString key = QString("F%1Button").arg(i + 2);
-        QVERIFY(pressAndWaitForClick(m_view, child<QPushButton>(menu, key.toLatin1().constData()), cases[i].first));
+        QVERIFY(pressAndWaitForClick(m_view, child<QPushButton>(menu, key.toLatin1().constData()),
+                                     cases[i].first));
         QCOMPARE(order, QStringList({types[i], "screen 1"}));
         QVERIFY(menu->isHidden() && !progress->isHidden());
         QCOMPARE(view->toPlainText(), cases[i].second);
@@ -257,14 +267,21 @@ void ShellTest::progressScreenBackKey()
 
 void ShellTest::offKeyHeldTwoSecondsRequestsOutputsOnce()
 {
+    // Open the expander the way an owner would, so the requested outputs show on the bus.
+    QVERIFY(IOExpanderPinController::instance()->init());
+    siminstrument::write("i2c", "clear");
     debugLines.clear();
     QTest::keyPress(m_view->windowHandle(), Qt::Key_F7);
-    QTest::qWait(1900);
+    QElapsedTimer held;
+    held.start();
+    QTest::qWait(1500);
     QCOMPARE(countDebug("vOffKeyHeldDown"), 0);
-    QTRY_COMPARE_WITH_TIMEOUT(countDebug("vOffKeyHeldDown"), 1, 1000);
+    QTRY_COMPARE_WITH_TIMEOUT(countDebug("vOffKeyHeldDown"), 1, 1500);
+    QVERIFY2(held.elapsed() >= 2000, qPrintable(QString("fired after %1 ms").arg(held.elapsed())));
     QTest::qWait(300);
     QCOMPARE(countDebug("vOffKeyHeldDown"), 1);
     QTest::keyRelease(m_view->windowHandle(), Qt::Key_F7);
+    QCOMPARE(siminstrument::lines("i2c"), QStringList({"w 22 01 9f", "w 22 01 bf"}));
 }
 
 void ShellTest::otherKeyCancelsOffKey()
@@ -279,6 +296,7 @@ void ShellTest::otherKeyCancelsOffKey()
     QTest::keyRelease(m_view->windowHandle(), Qt::Key_F7);
     QTest::qWait(1000);
     QCOMPARE(countDebug("vOffKeyHeldDown"), 0);
+    QCOMPARE(siminstrument::lines("i2c"), QStringList({"w 22 01 9f", "w 22 01 bf"}));
 }
 
 void ShellTest::disabledFunctionKeysAreSwallowed()
@@ -303,7 +321,8 @@ void ShellTest::disabledFunctionKeysAreSwallowed()
 
     // Mouse and paint events are never touched.
     recorder.types.clear();
-    QMouseEvent click(QEvent::MouseButtonPress, QPointF(1, 1), Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
+    QMouseEvent click(QEvent::MouseButtonPress, QPointF(1, 1), Qt::LeftButton, Qt::LeftButton,
+                      Qt::NoModifier);
     QPaintEvent paint(QRect(0, 0, 1, 1));
     QCoreApplication::sendEvent(&target, &click);
     QCoreApplication::sendEvent(&target, &paint);

@@ -76,9 +76,9 @@ private slots:
         const QString log = runUpdater({"dravenor", "ORSINA", "--PIC-ENABLE", "Brenmark "});
         QVERIFY(!QFile::exists(settingsFile));
         // Each argument is logged with its 1-based index, then the unknown ones once more.
-        for (const char* line : {"1: \"dravenor\"", "2: \"ORSINA\"", "3: \"--PIC-ENABLE\"", "4: \"Brenmark \"",
-                                    "unknown command line argument: \"dravenor\"",
-                                    "unknown command line argument: \"Brenmark \""})
+        for (const char* line :
+             {"1: \"dravenor\"", "2: \"ORSINA\"", "3: \"--PIC-ENABLE\"", "4: \"Brenmark \"",
+              "unknown command line argument: \"dravenor\"", "unknown command line argument: \"Brenmark \""})
             QVERIFY2(log.contains(line), qPrintable(QString(line) + " missing from:\n" + log));
     }
 };

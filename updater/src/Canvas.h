@@ -14,7 +14,11 @@ class Canvas : public QFrame
     Q_OBJECT
 
 public:
-    enum { MAIN_SCREEN_INDEX = 0, PROGRESS_SCREEN_INDEX = 1 };
+    enum
+    {
+        MAIN_SCREEN_INDEX = 0,
+        PROGRESS_SCREEN_INDEX = 1
+    };
 
     Canvas(QWidget* parent = nullptr, Qt::WindowFlags f = Qt::WindowFlags());
     ~Canvas() override;

@@ -19,6 +19,8 @@ KeyboardEventFilter::KeyboardEventFilter(QObject* parent)
 {
     m_KeyOffTimer = new QTimer(this);
     m_KeyOffTimer->setSingleShot(true);
+    // A coarse timer may fire up to 5 % early; the OFF key must really be held for the whole time.
+    m_KeyOffTimer->setTimerType(Qt::PreciseTimer);
     connect(m_KeyOffTimer, SIGNAL(timeout()), this, SLOT(vOffKeyHeldDown()));
 }
 
