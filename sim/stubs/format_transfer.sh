@@ -1,2 +1,10 @@
-#!/bin/sh
-exit 0
+#!/usr/bin/env bash
+# Simulated /home/format_transfer.sh: formats the transfer partition $SIM_STATE/media/mmcblk0p6/.
+set -euo pipefail
+lib="${SIM_STUBS:-$(dirname "$(readlink -f "$0")")}/lib/stub-common.sh"
+[ -r "$lib" ] || { echo "$(basename "$0") (simulated): cannot find $lib: set SIM_STUBS (run inside sim/sandbox)" >&2; exit 2; }
+. "$lib"
+stub_begin "$@"
+
+[ $# -eq 0 ] || stub_usage_error "takes no arguments, got: $*"
+stub_format mmcblk0p6
