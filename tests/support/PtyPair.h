@@ -95,12 +95,13 @@ private:
 };
 
 // Pseudo-terminals may be missing in a stripped container; in CI they must be there.
-#define REQUIRE_PTY(pty)                                                                                    \
-    do {                                                                                                    \
-        if (!(pty).isOpen()) {                                                                              \
-            const QByteArray why = "needs a pseudo-terminal (/dev/ptmx, /dev/pts): " + (pty).error().toLocal8Bit(); \
-            if (qEnvironmentVariable("CI") == "true")                                                       \
-                QFAIL(why.constData());                                                                     \
-            QSKIP(why.constData());                                                                         \
-        }                                                                                                   \
+#define REQUIRE_PTY(pty)                                                                                     \
+    do {                                                                                                     \
+        if (!(pty).isOpen()) {                                                                               \
+            const QByteArray why =                                                                           \
+                "needs a pseudo-terminal (/dev/ptmx, /dev/pts): " + (pty).error().toLocal8Bit();             \
+            if (qEnvironmentVariable("CI") == "true")                                                        \
+                QFAIL(why.constData());                                                                      \
+            QSKIP(why.constData());                                                                          \
+        }                                                                                                    \
     } while (false)

@@ -18,7 +18,11 @@ class PowerBoardManager : public QObject
     Q_OBJECT
 
 public:
-    enum RX_STATE { WAITING_STX = 0, STORING_DATA = 1 };
+    enum RX_STATE
+    {
+        WAITING_STX = 0,
+        STORING_DATA = 1
+    };
 
     PowerBoardManager(QString device, QObject* parent = nullptr);
     ~PowerBoardManager() override;
