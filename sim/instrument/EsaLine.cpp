@@ -177,6 +177,25 @@ std::string countersText(const EsaCounters& c)
     return text;
 }
 
+// A bad line refuses the whole write; the reason goes to the server's stderr.
+int writeFaults(EsaFaults& target, const std::string& path, std::string_view text)
+{
+    EsaFaults faults = target;
+    std::istringstream lines{std::string(text)};
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos)
+            continue;
+        std::string error;
+        if (!applyEsaFault(faults, line, &error)) {
+            std::cerr << "sim-instrument: " << path << ": " << error << "\n";
+            return -EINVAL;
+        }
+    }
+    target = faults;
+    return 0;
+}
+
 void addBoardFiles(ControlRegistry& control, EsaBoards& boards, EsaBoard board)
 {
     const std::string folder = std::string("esa/") + EsaBoards::name(board) + "/";
@@ -189,29 +208,21 @@ void addBoardFiles(ControlRegistry& control, EsaBoards& boards, EsaBoard board)
                      },
                      false, "raw bytes the last transfer wrote there (whole blocks); any write erases"});
     }
-    control.add(folder + "state", {[&boards, board] { return std::string(EsaBoards::name(boards.state(board))) + "\n"; },
-                                   {}, false, "application, boot-loader or receiving"});
-    control.add(folder + "counters",
-                {[&boards, board] { return countersText(boards.counters(board)); }, {}, false,
-                 "protocol counters since start or reset, key=value"});
+    control.add(folder + "state",
+                {[&boards, board] { return std::string(EsaBoards::name(boards.state(board))) + "\n"; },
+                 {},
+                 false,
+                 "application, boot-loader or receiving"});
+    control.add(folder + "counters", {[&boards, board] { return countersText(boards.counters(board)); },
+                                      {},
+                                      false,
+                                      "protocol counters since start or reset, key=value"});
     const std::string faultsPath = "control/" + folder + "faults";
-    control.add(folder + "faults",
-                {[&boards, board] { return esaFaultsText(boards.faults(board)); },
-                 [&boards, board, faultsPath](std::string_view text) {
-                     std::istringstream lines{std::string(text)};
-                     std::string line;
-                     while (std::getline(lines, line)) {
-                         if (line.find_first_not_of(" \t\r") == std::string::npos)
-                             continue;
-                         std::string error;
-                         if (!applyEsaFault(boards.faults(board), line, &error)) {
-                             std::cerr << "sim-instrument: " << faultsPath << ": " << error << "\n";
-                             return -EINVAL;
-                         }
-                     }
-                     return 0;
-                 },
-                 false, std::string("fault injection, one per line: ") + faultSyntax});
+    control.add(folder + "faults", {[&boards, board] { return esaFaultsText(boards.faults(board)); },
+                                    [&boards, board, faultsPath](std::string_view text) {
+                                        return writeFaults(boards.faults(board), faultsPath, text);
+                                    },
+                                    false, std::string("fault injection, one per line: ") + faultSyntax});
 }
 
 } // namespace

@@ -16,7 +16,7 @@ namespace sim {
 class EsaPeer : public SerialPeer
 {
 public:
-    static constexpr int selectLine = 3;              // 0: IO board, 1: Measurement board
+    static constexpr int selectLine = 3;                 // 0: IO board, 1: Measurement board
     static constexpr std::uint64_t splitGapNs = 5000000; // between the pieces of a split reply
 
     EsaPeer(GpioLineBank& gpio, EsaBoards& boards) : m_gpio(gpio), m_boards(boards) {}

@@ -645,7 +645,8 @@ struct InstrumentServer::Impl
         if (!deadline)
             return false;
         const std::uint64_t now = Instrument::nowNs();
-        const std::uint64_t wait = *deadline <= now ? 0 : std::min<std::uint64_t>(*deadline - now, 60000000000u);
+        const std::uint64_t wait =
+            *deadline <= now ? 0 : std::min<std::uint64_t>(*deadline - now, 60000000000u);
         timeout->tv_sec = static_cast<time_t>(wait / 1000000000u);
         timeout->tv_nsec = static_cast<long>(wait % 1000000000u);
         return true;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
 #include <sstream>
 
@@ -16,7 +17,8 @@ std::string holdSummary(const char* name, std::vector<std::uint64_t> values)
     line += " count=" + std::to_string(values.size());
     if (!values.empty()) {
         std::sort(values.begin(), values.end());
-        line += " min=" + std::to_string(values.front()) + " median=" + std::to_string(values[values.size() / 2]) +
+        line += " min=" + std::to_string(values.front()) +
+                " median=" + std::to_string(values[values.size() / 2]) +
                 " max=" + std::to_string(values.back());
     }
     return line + "\n";
@@ -135,6 +137,12 @@ std::shared_ptr<PicTarget> installPic(Instrument& instrument)
                            std::to_string(p->inProgrammingMode()) + "\n";
         for (const auto& [name, value] : p->counterList())
             text += name + " " + std::to_string(value) + "\n";
+        // The server's own CPU time and run-queue wait, so a benchmark can tell load from other processes.
+        std::ifstream schedstat("/proc/self/schedstat");
+        std::uint64_t cpuNs = 0, waitNs = 0;
+        if (schedstat >> cpuNs >> waitNs)
+            text += "server_cpu_ns " + std::to_string(cpuNs) + "\nserver_run_delay_ns " +
+                    std::to_string(waitNs) + "\n";
         return text;
     };
     stats.write = [p](std::string_view) {

@@ -8,8 +8,7 @@
 
 namespace esaaccess {
 
-template <typename Tag, typename Tag::type Member>
-struct Grant
+template <typename Tag, typename Tag::type Member> struct Grant
 {
     friend typename Tag::type memberPointer(Tag) { return Member; }
 };

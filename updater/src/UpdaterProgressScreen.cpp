@@ -734,7 +734,7 @@ void UpdaterProgressScreen::sendNextESAPacket()
 {
     // Outside a load (a stray "C" between loads) there is no image, which counts as sent completely.
     if (m_updateFile && !m_updateFile->atEnd()) {
-        enum { BLOCK = 128, DATA = 3, PACKET = DATA + BLOCK + 2 };
+        constexpr int BLOCK = 128, DATA = 3, PACKET = DATA + BLOCK + 2;
         char packet[PACKET];
         char* data = packet + DATA;
 
