@@ -1,29 +1,65 @@
 #!/usr/bin/env bash
-# The main job: builds the updater and runs it, unmodified, inside the simulated target.
-#   scripts/demo.sh            headless (as in CI): a virtual display, screenshots written to out/
-#   scripts/demo.sh --window   opens the updater in a window on this desktop (F1..F5, F7 work)
+# The main job: builds everything and runs a firmware update on the simulated instrument with the real,
+# unmodified updater, as a technician would.
+#   scripts/demo.sh [--pc] [--failing] [--none] [--window]
+#     (default)  memory-stick update with the sample package: F3, F1, wait for the end, F1
+#     --pc       the PC job instead: F2, F1, the package copied onto the transfer partition, F1
+#     --failing  the sample package that exercises failures (a missing file, a bad line, an ESA line)
+#     --none     no package on the medium
+#     --window   show the updater in a window on this desktop (needs DISPLAY) and leave it open
+# Headless (as in CI) it runs on a virtual display and prints the message view as the technician saw it,
+# writes out/end.png (the screen at the end of the job) and prints what the instrument's models say.
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$repo"
 
-mode=headless
-case "${1:-}" in
-"") ;;
---window) mode=window ;;
-*) echo "demo.sh: unknown option '$1' (use --window or nothing)" >&2; exit 2 ;;
-esac
+job=stick variant=good window=""
+for arg in "$@"; do
+    case "$arg" in
+    --pc) job=pc ;;
+    --failing) variant=failing ;;
+    --none) variant=none ;;
+    --window) window=--window ;;
+    *) echo "demo.sh: unknown option '$arg' (see the header of scripts/demo.sh)" >&2; exit 2 ;;
+    esac
+done
+if [ -n "$window" ] && [ -z "${DISPLAY:-}" ]; then
+    echo "demo.sh: --window needs a display (DISPLAY is not set)" >&2
+    exit 2
+fi
 
 bash scripts/setup.sh
 build="$repo/build-native"
 cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-cmake --build "$build" -j 2 --target updater sim-instrument
+cmake --build "$build" -j 2 --target updater sim-instrument probe
+bash scripts/make-packages.sh "$build/packages" >/dev/null
+package=none
+[ "$variant" = none ] || package=$(ls "$build/packages/$variant/"*.tar.bz2)
 
 out="$repo/out"
+rm -rf "$out"
 mkdir -p "$out"
-if [ "$mode" = window ]; then
-    [ -n "${DISPLAY:-}" ] || { echo "demo.sh: --window needs a display (DISPLAY is not set)" >&2; exit 2; }
-    exec sim/sandbox --build "$build" --bind /tmp/.X11-unix /tmp/.X11-unix --env "DISPLAY=$DISPLAY" \
-        ${XAUTHORITY:+--bind "$XAUTHORITY" "$XAUTHORITY" --env "XAUTHORITY=$XAUTHORITY"} \
-        -- "$build/updater/updater"
+display=()
+if [ -n "$window" ]; then
+    display=(--bind /tmp/.X11-unix /tmp/.X11-unix --env "DISPLAY=$DISPLAY")
+    [ -z "${XAUTHORITY:-}" ] || display+=(--bind "$XAUTHORITY" "$XAUTHORITY" --env "XAUTHORITY=$XAUTHORITY")
 fi
-sim/sandbox --build "$build" --bind "$out" "$out" -- "$repo/scripts/demo-inside.sh" "$build/updater/updater" "$out"
+
+echo "== ${job} update with the ${variant} package on the simulated instrument"
+set +e
+UPDATER_BUILD_DIR="$build" sim/sandbox --build "$build" --instrument --instrument-arg --pic \
+    --instrument-arg --serial --instrument-arg esa --cpu 0 --bind "$out" "$out" "${display[@]}" \
+    --env "UPDATER_BUILD_DIR=$build" -- bash -c '
+        scripts/technician.sh "$1" "$2" "$3" $4 || exit 1
+        echo
+        echo "== the message view at the end of the job"
+        cat "$3/view.txt"
+        echo
+        echo "== the instrument after the job"
+        [ "$2" = none ] || sim/tools/verify-update | tee "$3/verify.txt"' \
+    demo "$job" "$package" "$out" "$window"
+status=$?
+set -e
+echo
+echo "screenshots: $out/end.png (end of the job), $out/menu.png (back at the menu)"
+exit $status

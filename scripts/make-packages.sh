@@ -37,7 +37,8 @@ for m in keypad display_rot psu_link; do
     printf 'ELF stand-in for %s.ko\n' "$m" >"$modules/extra/$m.ko"
     echo "extra/$m.ko:" >>"$modules/modules.dep"
 done
-tar -cf "$pkg/modules.tar" -C "$work/modroot" lib
+# Files only: a directory entry for lib/ would replace a /lib that is a link on the machine unpacking it.
+(cd "$work/modroot" && find lib -type f | sort | tar -cf "$pkg/modules.tar" --no-recursion -T -)
 
 make_package() { # <config> <dir> <name>
     cp "$1" "$pkg/update_config"

@@ -6,6 +6,7 @@
 // Reports:
 //   painted-menu <ms since process start> rss-kb <resident set in KiB>   (once, first paint of the menu)
 //   view-begin / <plain text of the message view> / view-end             (every interval, when changed)
+//   shown <screen>                                                       (a screen became visible)
 #include <QApplication>
 #include <QEvent>
 #include <QFile>
@@ -70,6 +71,8 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
+        if (event->type() == QEvent::Show && watched->objectName().startsWith("Updater"))
+            write("shown " + watched->objectName());
         if (!m_menuPainted && event->type() == QEvent::Paint &&
             watched->objectName() == "UpdaterMainScreen") {
             m_menuPainted = true;

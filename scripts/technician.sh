@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Runs inside the sandbox with the simulated instrument: plays the technician at the real updater.
+#   technician.sh <stick|pc> <package file|none> <output dir> [--window]
+# stick: F3, F1, waits for the end, F1 back to the menu.
+# pc:    F2, F1 (gadget), copies the package onto the transfer partition as the PC would, F1, waits, F1.
+# Headless it starts its own virtual display; --window uses $DISPLAY and leaves the keys to you after
+# the run. Writes to the output dir: view.txt (the message view as the technician saw it at the end),
+# end.png (the screen at the end of the job), menu.png (after F1), probe.txt, updater.log.
+set -euo pipefail
+job=${1:?usage: technician.sh <stick|pc> <package|none> <output dir>}
+package=${2:?package file or none}
+out=${3:?output directory}
+window_mode=${4:-}
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+build=${UPDATER_BUILD_DIR:?UPDATER_BUILD_DIR names the build tree}
+timeout_s=${TECHNICIAN_TIMEOUT:-1200}
+: "${SIM_STATE:?run inside sim/sandbox}"
+say() { echo "technician: $*" >&2; }
+fail() { say "$*"; exit 1; }
+
+case "$job" in stick | pc) ;; *) fail "unknown job '$job' (stick or pc)" ;; esac
+[ "$package" = none ] || [ -f "$package" ] || fail "no package at '$package'"
+mkdir -p "$out"
+
+# The medium: a stick with one partition, or the transfer partition the PC will see.
+if [ "$job" = stick ]; then
+    mkdir -p "$SIM_STATE/media/sda1"
+    [ "$package" = none ] || cp "$package" "$SIM_STATE/media/sda1/"
+else
+    mkdir -p "$SIM_STATE/media/mmcblk0p6"
+fi
+
+pids=()
+trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
+if [ "$window_mode" != --window ]; then
+    export DISPLAY=:42
+    Xvfb "$DISPLAY" -screen 0 470x268x24 -nolisten tcp >/dev/null 2>&1 &
+    pids+=($!)
+    for _ in $(seq 100); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
+fi
+
+probe="$out/probe.txt"
+: >"$probe"
+QT_QPA_PLATFORM=xcb QT_PLUGIN_PATH="$build/sim/probe/plugins" QT_QPA_GENERIC_PLUGINS=probe \
+    PROBE_OUT="$probe" PROBE_DUMP_MS=250 "$build/updater/updater" >"$out/updater.log" 2>&1 &
+updater=$!
+pids+=("$updater")
+
+window=""
+for _ in $(seq 100); do
+    window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1 || true)
+    [ -n "$window" ] && break
+    sleep 0.1
+done
+[ -n "$window" ] || fail "the updater window did not appear (see $out/updater.log)"
+
+key() { # the soft keys arrive as function keys, as from the instrument's keypad
+    xdotool windowfocus --sync "$window" key "$1"
+    say "pressed $1"
+}
+last_view() { awk '/^view-begin$/ { text = ""; on = 1; next } /^view-end$/ { on = 0; last = text; next }
+    on { text = text $0 "\n" } END { printf "%s", last }' "$probe"; }
+wait_for_view() { # <extended regex> <seconds>
+    local deadline=$((SECONDS + $2))
+    until last_view | grep -Eq "$1"; do
+        kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly"
+        [ $SECONDS -lt $deadline ] || fail "timed out waiting for /$1/ in the view"
+        sleep 0.2
+    done
+}
+screenshot() { xwd -root -silent | /usr/bin/convert xwd:- "png:$out/$1"; }
+grep -q '^shown UpdaterMainScreen' "$probe" || sleep 0.5
+
+if [ "$job" = stick ]; then
+    key F3
+    wait_for_view 'Insert a memory stick' 10
+    key F1
+else
+    key F2
+    wait_for_view 'Attach the unit to the PC' 10
+    key F1
+    wait_for_view 'Copy the firmware_update_tar.bz2 file|Failed to initialise PC connection' 60
+    last_view | grep -q 'Failed to initialise' && fail "the USB gadget did not load"
+    [ "$package" = none ] || cp "$package" "$SIM_STATE/media/mmcblk0p6/"
+    say "copied the package onto the transfer partition"
+    key F1
+fi
+
+wait_for_view 'Update complete|Some of the updates failed|Could not find update file|Failed to [a-z]+ (update|PC)' "$timeout_s"
+sleep 0.5
+last_view >"$out/view.txt"
+screenshot end.png
+say "the job ended; the view is in $out/view.txt"
+
+if [ "$window_mode" = --window ]; then
+    say "the updater stays open: use F1..F5 and F7 in its window; close it to end"
+    wait "$updater" || true
+    exit 0
+fi
+key F1
+for _ in $(seq 50); do
+    [ "$(grep '^shown ' "$probe" | tail -n 1)" = "shown UpdaterMainScreen" ] && break
+    sleep 0.1
+done
+[ "$(grep '^shown ' "$probe" | tail -n 1)" = "shown UpdaterMainScreen" ] || fail "F1 did not return to the main menu"
+sleep 0.3
+screenshot menu.png
+say "back at the main menu"
