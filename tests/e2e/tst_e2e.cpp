@@ -51,11 +51,30 @@ class EndToEndTest : public QObject
         const QString inside = "scripts/technician.sh \"$1\" \"$2\" \"$3\" && "
                                "{ [ \"$2\" = none ] || sim/tools/verify-update > \"$3/verify.txt\"; }";
         sandbox.setWorkingDirectory(repo);
-        sandbox.start(repo + "/sim/sandbox",
-                      {"--build", build, "--instrument", "--instrument-arg", "--pic", "--instrument-arg",
-                       "--serial", "--instrument-arg", "esa", "--cpu", "0", "--bind", m_work.path(),
-                       m_work.path(), "--env", "UPDATER_BUILD_DIR=" + build, "--", "bash", "-c", inside, "e2e",
-                       job, packageFile.isEmpty() ? "none" : packageFile, out});
+        sandbox.start(repo + "/sim/sandbox", {"--build",
+                                              build,
+                                              "--instrument",
+                                              "--instrument-arg",
+                                              "--pic",
+                                              "--instrument-arg",
+                                              "--serial",
+                                              "--instrument-arg",
+                                              "esa",
+                                              "--cpu",
+                                              "0",
+                                              "--bind",
+                                              m_work.path(),
+                                              m_work.path(),
+                                              "--env",
+                                              "UPDATER_BUILD_DIR=" + build,
+                                              "--",
+                                              "bash",
+                                              "-c",
+                                              inside,
+                                              "e2e",
+                                              job,
+                                              packageFile.isEmpty() ? "none" : packageFile,
+                                              out});
         if (!sandbox.waitForFinished(15 * 60 * 1000))
             sandbox.kill();
         run.exitCode = sandbox.exitStatus() == QProcess::NormalExit ? sandbox.exitCode() : -1;
@@ -107,9 +126,9 @@ private slots:
         QVERIFY2(seen.mid(1, expected.size()) == expected, qPrintable(run.view.join('\n')));
         QVERIFY2(seen.last().startsWith("Update complete, restart the system or press F1"),
                  qPrintable(run.view.join('\n')));
-        for (const char* agreed : {"ok      APP:/mainApp", "ok      FILE:/etc/instrument.conf",
-                                   "ok      KERNEL:/uImage", "ok      MODULES:/modules.tar",
-                                   "ok      PIC:/board.hex: PIC flash equals the HEX"})
+        for (const char* agreed :
+             {"ok      APP:/mainApp", "ok      FILE:/etc/instrument.conf", "ok      KERNEL:/uImage",
+              "ok      MODULES:/modules.tar", "ok      PIC:/board.hex: PIC flash equals the HEX"})
             QVERIFY2(run.verify.contains(agreed), qPrintable(run.verify));
         QVERIFY2(run.verify.contains("  flash_eraseall /dev/mtd0\n  nandwrite /dev/mtd0 "
                                      "/tmp/firmware_update/uImage -p\n  sync\n  umount /mnt/update\n"),
@@ -121,11 +140,11 @@ private slots:
         const Run run = runJob("stick", package("failing"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         const QString view = run.view.join('\n');
-        for (const char* line : {"Failed - Updating root files with folder: /etc/calibration.conf",
-                                 "Bad command format.", "Failed - AVR updates not enabled",
-                                 "Failed - Updating ESA IO Board Application with file: /io_board.bin",
-                                 "PIC Erase Complete",
-                                 "Some of the updates failed, press F1 to return to the main screen"})
+        for (const char* line :
+             {"Failed - Updating root files with folder: /etc/calibration.conf", "Bad command format.",
+              "Failed - AVR updates not enabled",
+              "Failed - Updating ESA IO Board Application with file: /io_board.bin", "PIC Erase Complete",
+              "Some of the updates failed, press F1 to return to the main screen"})
             QVERIFY2(view.contains(line), qPrintable(QString(line) + " missing from:\n" + view));
         QVERIFY2(!view.contains("Update complete"), qPrintable(view));
         // What did not fail still happened; the closed ESA gate sent nothing to the boards.
@@ -138,8 +157,9 @@ private slots:
     {
         const Run run = runJob("stick", QString());
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
-        QVERIFY2(run.view.join('\n').contains("Could not find update file, press F1 to return to the main screen"),
-                 qPrintable(run.view.join('\n')));
+        QVERIFY2(
+            run.view.join('\n').contains("Could not find update file, press F1 to return to the main screen"),
+            qPrintable(run.view.join('\n')));
     }
 
     void pcUpdateThroughTheTransferPartition()

@@ -107,8 +107,8 @@ void UpdaterProgressScreen::setUpdateType(int updateType)
         break;
     case MEMORY_STICK_UPDATE:
         m_updateStage = MEMORY_STICK_START;
-        m_ui.progressMessageWindow->setText(
-            tr("Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n"));
+        m_ui.progressMessageWindow->setText(tr("Insert a memory stick containing the update_firmware.tar.bz2 "
+                                               "file into the unit then press F1\n"));
         break;
     case SDCARD_FORMAT:
         m_updateStage = SDCARD_FORMAT_START;

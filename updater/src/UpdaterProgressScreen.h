@@ -17,11 +17,23 @@ class UpdaterProgressScreen : public QWidget
     Q_OBJECT
 
 public:
-    enum { PC_UPDATE = 0, MEMORY_STICK_UPDATE = 1, SDCARD_FORMAT = 2, TRANSFER_FORMAT = 3 };
+    enum
+    {
+        PC_UPDATE = 0,
+        MEMORY_STICK_UPDATE = 1,
+        SDCARD_FORMAT = 2,
+        TRANSFER_FORMAT = 3
+    };
 
-    enum SYS_TYPE : quint32 { SYS_TYPE_SDCARD = 0, SYS_TYPE_NAND = 1, SYS_TYPE_UNKNOWN = 2 };
+    enum SYS_TYPE : quint32
+    {
+        SYS_TYPE_SDCARD = 0,
+        SYS_TYPE_NAND = 1,
+        SYS_TYPE_UNKNOWN = 2
+    };
 
-    enum UPDATE_STAGE : quint32 {
+    enum UPDATE_STAGE : quint32
+    {
         PC_START = 0,
         MEMORY_STICK_START = 1,
         SDCARD_FORMAT_START = 2,
@@ -30,8 +42,16 @@ public:
         MOUNT_PC = 5
     };
 
-    enum ESA_BOARD_ID { IO = 0, MEASUREMENT = 1 };
-    enum ESA_UPDATE_TYPE { APP = 0, EEP = 1 };
+    enum ESA_BOARD_ID
+    {
+        IO = 0,
+        MEASUREMENT = 1
+    };
+    enum ESA_UPDATE_TYPE
+    {
+        APP = 0,
+        EEP = 1
+    };
 
     explicit UpdaterProgressScreen(QWidget* parent = nullptr, Qt::WindowFlags f = Qt::WindowFlags());
     ~UpdaterProgressScreen() override;
