@@ -253,7 +253,6 @@ void UpdaterProgressScreen::F5Clicked()
     m_ui.progressMessageWindow->verticalScrollBar()->triggerAction(QAbstractSlider::SliderSingleStepAdd);
 }
 
-// The update engine, PIC and ESA steps below are filled in by their own work items.
 void UpdaterProgressScreen::performUpdate()
 {
     QTextEdit* view = m_ui.progressMessageWindow;
