@@ -33,10 +33,12 @@ fi
 pids=()
 trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
 if [ "$window_mode" != --window ]; then
-    export DISPLAY=:42
-    Xvfb "$DISPLAY" -screen 0 470x268x24 -nolisten tcp >/dev/null 2>&1 &
+    # Xvfb picks a free display itself, so runs side by side do not meet.
+    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >/dev/null 2>&1 &
     pids+=($!)
-    for _ in $(seq 100); do xdotool getdisplaygeometry >/dev/null 2>&1 && break; sleep 0.1; done
+    for _ in $(seq 100); do [ -s "$out/display" ] && break; sleep 0.1; done
+    [ -s "$out/display" ] || fail "the virtual display did not start"
+    export DISPLAY=":$(cat "$out/display")"
 fi
 
 probe="$out/probe.txt"
