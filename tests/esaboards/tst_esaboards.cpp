@@ -13,29 +13,22 @@
 using sim::EsaBoard;
 using sim::EsaBoards;
 using sim::EsaMemory;
-using Chunks = std::vector<std::string>;
+using State = sim::EsaBoards::State;
+namespace esa = sim::esa;
 
 namespace {
 
-constexpr bool IO_LEVEL = false;
-constexpr bool MEASUREMENT_LEVEL = true;
+constexpr bool IO = false; // select-line levels
+constexpr bool MEASUREMENT = true;
+const QStringList C{"43"}, ACK{"06"}, NAK{"15"};
 
-const std::string ACK(1, '\x06');
-const std::string NAK(1, '\x15');
-const std::string C = "C";
-
-// Chunks as hex text, so a failed comparison shows the bytes.
-QStringList hex(const Chunks& chunks)
+// What the boards answer to bytes from the host, each reply piece as hex text: {"55", "aa 06"}.
+QStringList rx(EsaBoards& boards, const std::string& bytes, bool level = IO)
 {
     QStringList out;
-    for (const std::string& c : chunks)
-        out << QByteArray(c.data(), int(c.size())).toHex(' ');
+    for (const std::string& piece : boards.received(bytes, level))
+        out << QByteArray(piece.data(), int(piece.size())).toHex(' ');
     return out;
-}
-
-QStringList hexOf(std::initializer_list<std::string> chunks)
-{
-    return hex(Chunks(chunks));
 }
 
 // 128 bytes that differ from block to block.
@@ -50,21 +43,15 @@ std::string blockData(int index)
 // A packet written out byte by byte from the protocol, independent of the model's own helper.
 std::string rawPacket(int number, int complement, const std::string& data, quint16 crc)
 {
-    std::string p;
-    p += '\x01';
-    p += char(number);
-    p += char(complement);
-    p += data;
-    p += char(crc >> 8);
-    p += char(crc & 0xFF);
-    return p;
+    return std::string{'\x01', char(number), char(complement)} + data +
+           std::string{char(crc >> 8), char(crc)};
 }
 
 // Puts the selected board into its boot loader and starts a load into memory.
-Chunks start(EsaBoards& boards, bool level, char select = '2')
+QStringList start(EsaBoards& boards, bool level, char select = '2')
 {
     boards.received("B", level);
-    return boards.received(std::string(1, select), level);
+    return rx(boards, std::string(1, select), level);
 }
 
 } // namespace
@@ -76,207 +63,143 @@ class EsaBoardsTest : public QObject
 private slots:
     void crcAndPacketLayout()
     {
-        QCOMPARE(sim::esa::crc16("123456789"), quint16(0x31C3));
-        QCOMPARE(sim::esa::crc16(""), quint16(0));
-        QCOMPARE(sim::esa::crc16(std::string(128, '\x1A')), quint16(0xF8B0));
-        QCOMPARE(sim::esa::crc16(std::string(128, '\xFF')), quint16(0xEDA9));
-
-        const std::string p = sim::esa::packet(5, "A");
-        QCOMPARE(p.size(), size_t(133));
-        QCOMPARE(p, rawPacket(5, 0xFA, "A" + std::string(127, '\x1A'), 0xF2DD));
+        QCOMPARE(esa::crc16("123456789"), quint16(0x31C3));
+        QCOMPARE(esa::crc16(""), quint16(0));
+        QCOMPARE(esa::crc16(std::string(128, '\x1A')), quint16(0xF8B0));
+        QCOMPARE(esa::crc16(std::string(128, '\xFF')), quint16(0xEDA9));
+        QCOMPARE(esa::packet(5, "A"), rawPacket(5, 0xFA, "A" + std::string(127, '\x1A'), 0xF2DD));
     }
 
-    void bootRequestReachesOnlyTheSelectedBoard()
+    void bootRequestAndSelectLine()
     {
         EsaBoards boards;
-        QVERIFY(boards.received("B", IO_LEVEL).empty()); // "B" has no answer
-        QCOMPARE(boards.state(EsaBoard::Io), EsaBoards::State::BootLoader);
-        QCOMPARE(boards.state(EsaBoard::Measurement), EsaBoards::State::Application);
-
-        QCOMPARE(hex(boards.received("3", IO_LEVEL)), hexOf({C}));
-        QCOMPARE(boards.state(EsaBoard::Io), EsaBoards::State::Receiving);
+        QVERIFY(boards.received("B", IO).empty()); // "B" has no answer
+        QCOMPARE(boards.state(EsaBoard::Io), State::BootLoader);
+        QCOMPARE(boards.state(EsaBoard::Measurement), State::Application);
+        QCOMPARE(rx(boards, "3"), C);
+        QCOMPARE(boards.state(EsaBoard::Io), State::Receiving);
         QCOMPARE(boards.counters(EsaBoard::Io).eepromSelects, 1u);
         QCOMPARE(boards.counters(EsaBoard::Measurement).bytesFromHost, 0u);
-    }
 
-    void applicationIgnoresEverythingButTheBootRequest()
-    {
-        EsaBoards boards;
-        QVERIFY(boards.received("23\x01\x04", MEASUREMENT_LEVEL).empty());
-        QCOMPARE(boards.state(EsaBoard::Measurement), EsaBoards::State::Application);
+        // The application ignores everything but "B", which may come with the selection in one chunk.
+        QVERIFY(boards.received("23\x01\x04", MEASUREMENT).empty());
+        QCOMPARE(boards.state(EsaBoard::Measurement), State::Application);
         QCOMPARE(boards.counters(EsaBoard::Measurement).ignoredBytes, 4u);
-        // "B" and the selection in one chunk, as a host sends them without a pause.
-        QCOMPARE(hex(boards.received("B2", MEASUREMENT_LEVEL)), hexOf({C}));
+        QCOMPARE(rx(boards, "B2", MEASUREMENT), C);
+
+        // Each packet goes to the board the select line picks.
+        QCOMPARE(rx(boards, esa::packet(0, "io")), ACK);
+        QCOMPARE(rx(boards, esa::packet(0, "m"), MEASUREMENT), ACK);
+        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Eeprom).substr(0, 2), std::string("io"));
+        QCOMPARE(boards.contents(EsaBoard::Measurement, EsaMemory::Flash).substr(0, 1), std::string("m"));
+        QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Flash).empty());
     }
 
     void transferStoresBlocksAndStaysInTheBootLoader()
     {
         EsaBoards boards;
-        QCOMPARE(hex(start(boards, IO_LEVEL)), hexOf({C}));
+        QCOMPARE(start(boards, IO), C);
         std::string image;
-        for (int i = 0; i < 3; ++i) {
-            QCOMPARE(hex(boards.received(sim::esa::packet(quint8(i), blockData(i)), IO_LEVEL)), hexOf({ACK}));
+        for (int i = 0; i < 257; ++i) { // numbered from 0, 255 followed by 0
+            QCOMPARE(rx(boards, esa::packet(quint8(i), blockData(i))), ACK);
             image += blockData(i);
         }
-        QCOMPARE(hex(boards.received("\x04", IO_LEVEL)), hexOf({ACK}));
+        QCOMPARE(rx(boards, esa::packet(0, blockData(0))), NAK); // after 0 comes 1, not 0 again
+        QCOMPARE(rx(boards, "\x04"), ACK);
         QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), image);
         QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Eeprom).empty());
         QCOMPARE(boards.counters(EsaBoard::Io).transfersCompleted, 1u);
-        QCOMPARE(boards.state(EsaBoard::Io), EsaBoards::State::BootLoader);
+        QCOMPARE(boards.state(EsaBoard::Io), State::BootLoader);
 
         // A second load needs no new "B"; it rewrites from address 0.
-        QCOMPARE(hex(boards.received("2", IO_LEVEL)), hexOf({C}));
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "x"), IO_LEVEL)), hexOf({ACK}));
+        QCOMPARE(rx(boards, "2"), C);
+        QCOMPARE(rx(boards, esa::packet(0, "x")), ACK);
         QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), "x" + std::string(127, '\x1A'));
         QCOMPARE(boards.memory(EsaBoard::Io, EsaMemory::Flash).substr(128, 128), blockData(1));
-    }
 
-    void packetsSplitAnyhowAreReassembled()
-    {
-        EsaBoards boards;
-        start(boards, MEASUREMENT_LEVEL, '3');
-        const std::string stream = sim::esa::packet(0, blockData(0)) + sim::esa::packet(1, blockData(1));
-        Chunks replies;
-        for (char byte : stream) {
-            const Chunks r = boards.received(std::string(1, byte), MEASUREMENT_LEVEL);
-            replies.insert(replies.end(), r.begin(), r.end());
-        }
-        QCOMPARE(hex(replies), hexOf({ACK, ACK}));
+        // Packets split anyhow are reassembled.
+        start(boards, MEASUREMENT, '3');
+        QStringList replies;
+        for (char byte : esa::packet(0, blockData(0)) + esa::packet(1, blockData(1)))
+            replies << rx(boards, std::string(1, byte), MEASUREMENT);
+        QCOMPARE(replies, ACK + ACK);
         QCOMPARE(boards.contents(EsaBoard::Measurement, EsaMemory::Eeprom), blockData(0) + blockData(1));
-    }
-
-    void badPacketsAreRefusedAndNotStored_data()
-    {
-        QTest::addColumn<int>("number");
-        QTest::addColumn<int>("complement");
-        QTest::addColumn<int>("crcXor");
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("numbered from 1") << 1 << 0xFE << 0 << "bad-number";
-        QTest::newRow("complement") << 0 << 0xFE << 0 << "bad-complement";
-        QTest::newRow("crc high byte") << 0 << 0xFF << 0x0100 << "bad-crc";
-        QTest::newRow("crc low byte") << 0 << 0xFF << 0x0001 << "bad-crc";
     }
 
     void badPacketsAreRefusedAndNotStored()
     {
-        QFETCH(int, number);
-        QFETCH(int, complement);
-        QFETCH(int, crcXor);
-        QFETCH(QString, reason);
-        EsaBoards boards;
-        start(boards, IO_LEVEL);
+        const std::tuple<int, int, int, const char*> packets[] = {
+            {1, 0xFE, 0, "bad-number"}, // numbered from 1
+            {0, 0xFE, 0, "bad-complement"},
+            {0, 0xFF, 0x0100, "bad-crc"}, // CRC high byte
+            {0, 0xFF, 0x0001, "bad-crc"}, // CRC low byte
+        };
         const std::string data = blockData(0);
-        const quint16 crc = quint16(sim::esa::crc16(data) ^ crcXor);
-        QCOMPARE(hex(boards.received(rawPacket(number, complement, data, crc), IO_LEVEL)), hexOf({NAK}));
-        QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Flash).empty());
-        const std::deque<std::string>& log = boards.log();
-        QVERIFY(QString::fromStdString(log[log.size() - 2]).endsWith("[block 0 " + reason + "]"));
-        QCOMPARE(log.back(), std::string("io > 15"));
-        // The same block is still expected.
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, data), IO_LEVEL)), hexOf({ACK}));
-        QCOMPARE(boards.counters(EsaBoard::Io).blocksRefused, 1u);
-    }
+        for (const auto& [number, complement, crcXor, reason] : packets) {
+            EsaBoards boards;
+            start(boards, IO);
+            QCOMPARE(rx(boards, rawPacket(number, complement, data, quint16(esa::crc16(data) ^ crcXor))),
+                     NAK);
+            QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Flash).empty());
+            const std::deque<std::string>& log = boards.log();
+            QVERIFY2(
+                QString::fromStdString(log[log.size() - 2]).endsWith(QString("[block 0 %1]").arg(reason)),
+                reason);
+            QCOMPARE(log.back(), std::string("io > 15"));
+            // The same block is still expected.
+            QCOMPARE(rx(boards, esa::packet(0, data)), ACK);
+            QCOMPARE(boards.counters(EsaBoard::Io).blocksRefused, 1u);
+        }
 
-    void blockNumbersWrapFrom255To0()
-    {
-        EsaBoards boards;
-        start(boards, IO_LEVEL);
-        for (int i = 0; i < 257; ++i)
-            QCOMPARE(hex(boards.received(sim::esa::packet(quint8(i), blockData(i)), IO_LEVEL)), hexOf({ACK}));
-        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash).size(), size_t(257 * 128));
-        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash).substr(256 * 128), blockData(256));
-        // After 0 comes 1 again, not 256 % 256 twice.
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, blockData(0)), IO_LEVEL)), hexOf({NAK}));
-    }
-
-    void blocksBeyondTheMemoryAreRefused()
-    {
-        EsaBoards boards(256, 128);
-        start(boards, IO_LEVEL, '3');
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "e"), IO_LEVEL)), hexOf({ACK}));
-        QCOMPARE(hex(boards.received(sim::esa::packet(1, "e"), IO_LEVEL)), hexOf({NAK}));
-        QCOMPARE(boards.counters(EsaBoard::Io).beyondMemory, 1u);
-    }
-
-    void selectLineRoutesEachByte()
-    {
-        EsaBoards boards;
-        start(boards, IO_LEVEL);
-        start(boards, MEASUREMENT_LEVEL, '3');
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "io"), IO_LEVEL)), hexOf({ACK}));
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "m"), MEASUREMENT_LEVEL)), hexOf({ACK}));
-        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash).substr(0, 2), std::string("io"));
-        QCOMPARE(boards.contents(EsaBoard::Measurement, EsaMemory::Eeprom).substr(0, 1), std::string("m"));
-        QVERIFY(boards.contents(EsaBoard::Measurement, EsaMemory::Flash).empty());
+        EsaBoards small(256, 128); // a block beyond the memory is refused
+        start(small, IO, '3');
+        QCOMPARE(rx(small, esa::packet(0, "e")), ACK);
+        QCOMPARE(rx(small, esa::packet(1, "e")), NAK);
+        QCOMPARE(small.counters(EsaBoard::Io).beyondMemory, 1u);
     }
 
     void injectedFaults()
     {
         EsaBoards boards;
         boards.faults(EsaBoard::Io).nakAt = 1;
-        start(boards, IO_LEVEL);
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "a"), IO_LEVEL)), hexOf({ACK}));
-        QCOMPARE(hex(boards.received(sim::esa::packet(1, "b"), IO_LEVEL)), hexOf({NAK}));
-        QCOMPARE(hex(boards.received(sim::esa::packet(1, "b"), IO_LEVEL)), hexOf({ACK})); // once only
+        start(boards, IO);
+        QCOMPARE(rx(boards, esa::packet(0, "a")), ACK);
+        QCOMPARE(rx(boards, esa::packet(1, "b")), NAK);
+        QCOMPARE(rx(boards, esa::packet(1, "b")), ACK); // once only
 
         boards.reset();
         boards.faults(EsaBoard::Io).silentAt = 1;
-        start(boards, IO_LEVEL);
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "a"), IO_LEVEL)), hexOf({ACK}));
-        QVERIFY(boards.received(sim::esa::packet(1, "b"), IO_LEVEL).empty());
-        QVERIFY(boards.received("\x04", IO_LEVEL).empty());
+        start(boards, IO);
+        QCOMPARE(rx(boards, esa::packet(0, "a")), ACK);
+        QCOMPARE(rx(boards, esa::packet(1, "b")), QStringList());
+        QCOMPARE(rx(boards, "\x04"), QStringList());
         QCOMPARE(boards.counters(EsaBoard::Io).blocksUnanswered, 1u);
 
         boards.reset();
         boards.faults(EsaBoard::Measurement).silentStart = true;
-        QVERIFY(start(boards, MEASUREMENT_LEVEL).empty());
+        QCOMPARE(start(boards, MEASUREMENT), QStringList());
 
         boards.reset();
         boards.faults(EsaBoard::Io).stray = "\x55\xAA";
-        QCOMPARE(hex(start(boards, IO_LEVEL)), hexOf({"\x55\xAA" + C}));
+        QCOMPARE(start(boards, IO), QStringList{"55 aa 43"});
         boards.faults(EsaBoard::Io).splitReplies = true;
-        QCOMPARE(hex(boards.received(sim::esa::packet(0, "a"), IO_LEVEL)), hexOf({"\x55", "\xAA", ACK}));
+        QCOMPARE(rx(boards, esa::packet(0, "a")), (QStringList{"55", "aa", "06"}));
 
         boards.reset();
         boards.faults(EsaBoard::Io).eotReply = "\x06\x43";
-        start(boards, IO_LEVEL);
-        QCOMPARE(hex(boards.received("\x04", IO_LEVEL)), hexOf({"\x06\x43"}));
+        start(boards, IO);
+        QCOMPARE(rx(boards, "\x04"), QStringList{"06 43"});
         boards.faults(EsaBoard::Io).eotReply.clear();
-        boards.received("2", IO_LEVEL);
-        QVERIFY(boards.received("\x04", IO_LEVEL).empty());
-    }
-
-    void byteLogNamesEveryUnit()
-    {
-        EsaBoards boards;
-        boards.received("xB", IO_LEVEL);
-        boards.received("B2", IO_LEVEL);
-        boards.received(sim::esa::packet(0, std::string(128, '\x1A')), IO_LEVEL);
-        boards.received("\x04", IO_LEVEL);
-        std::vector<std::string> expected = {"io < 78 [ignored]", "io < 42 [boot]", "io < 42 [boot again]",
-                                             "io < 32 [flash]", "io > 43"};
-        const std::vector<std::string> log(boards.log().begin(), boards.log().end());
-        QCOMPARE(log.size(), size_t(9));
-        QVERIFY(std::equal(expected.begin(), expected.end(), log.begin()));
-        QVERIFY(log[5].rfind("io < 01 00 ff 1a 1a", 0) == 0);
-        QVERIFY(log[5].find("1a f8 b0 [block 0 ok]") != std::string::npos);
-        QCOMPARE(log[6], std::string("io > 06"));
-        QCOMPARE(log[7], std::string("io < 04 [eot]"));
-        QCOMPARE(log[8], std::string("io > 06"));
+        boards.received("2", IO);
+        QCOMPARE(rx(boards, "\x04"), QStringList());
     }
 
     void faultControlSyntax()
     {
         sim::EsaFaults faults;
         std::string error;
-        QVERIFY(sim::applyEsaFault(faults, "nak-at 4", &error));
-        QVERIFY(sim::applyEsaFault(faults, "split", &error));
-        QVERIFY(sim::applyEsaFault(faults, "stray 55 0a", &error));
-        QVERIFY(sim::applyEsaFault(faults, "eot-reply", &error));
-        QCOMPARE(faults.nakAt, 4);
-        QVERIFY(faults.splitReplies);
-        QCOMPARE(faults.stray, std::string("\x55\x0a"));
-        QVERIFY(faults.eotReply.empty());
+        for (const char* line : {"nak-at 4", "split", "stray 55 0a", "eot-reply"})
+            QVERIFY2(sim::applyEsaFault(faults, line, &error), line);
         QCOMPARE(sim::esaFaultsText(faults),
                  std::string("nak-at 4\nsilent-at -1\nsilent-start off\nsplit on\nstray 55 0a\neot-reply\n"));
         for (const char* bad : {"nak-at", "nak-at x", "nak-at 1 2", "split maybe", "stray 100", "jam"}) {
@@ -286,7 +209,7 @@ private slots:
         }
         QVERIFY(sim::applyEsaFault(faults, "clear", &error));
         QCOMPARE(faults.nakAt, -1);
-        QCOMPARE(faults.eotReply, ACK);
+        QCOMPARE(faults.eotReply, std::string("\x06"));
     }
 
     // At 11520 bytes/s a byte takes 86806 ns: a packet reaches the board after 133 byte times and its
@@ -304,27 +227,27 @@ private slots:
         QVERIFY(line.timer(1000 + byte).empty()); // "B" arrived: no answer
         QVERIFY(line.timer(1000 + 2 * byte).empty());
         QCOMPARE(*line.nextDeadline(), 1000 + 3 * byte);
-        QCOMPARE(line.timer(1000 + 3 * byte), C);
+        QCOMPARE(line.timer(1000 + 3 * byte), std::string("C"));
 
         const std::uint64_t t0 = 10000000;
-        line.received(sim::esa::packet(0, "a"), t0);
+        line.received(esa::packet(0, "a"), t0);
         QVERIFY(line.timer(t0 + 132 * byte).empty());
         QCOMPARE(boards.counters(EsaBoard::Measurement).blocksAccepted, 0u);
         // Woken late: the board still answered when the last byte arrived.
         QVERIFY(line.timer(t0 + 133 * byte + 10).empty());
         QCOMPARE(*line.nextDeadline(), t0 + 134 * byte);
-        QCOMPARE(line.timer(t0 + 134 * byte), ACK);
+        QCOMPARE(line.timer(t0 + 134 * byte), std::string("\x06"));
         QVERIFY(!line.nextDeadline());
 
         // A split reply: the second piece waits for the gap on top of its own byte time.
         boards.faults(EsaBoard::Measurement).stray = "\x55";
         boards.faults(EsaBoard::Measurement).splitReplies = true;
         const std::uint64_t t1 = 40000000;
-        line.received(sim::esa::packet(1, "b"), t1);
+        line.received(esa::packet(1, "b"), t1);
         QCOMPARE(line.timer(t1 + 134 * byte), std::string("\x55"));
         QCOMPARE(*line.nextDeadline(), t1 + 133 * byte + sim::EsaPeer::splitGapNs);
         QCOMPARE(line.timer(t1 + 133 * byte + sim::EsaPeer::splitGapNs), std::string());
-        QCOMPARE(line.timer(t1 + 134 * byte + sim::EsaPeer::splitGapNs), ACK);
+        QCOMPARE(line.timer(t1 + 134 * byte + sim::EsaPeer::splitGapNs), std::string("\x06"));
     }
 };
 
