@@ -5,12 +5,14 @@
 //                 the kernel's start time of the process is used (10 ms resolution)
 // Reports:
 //   painted-menu <ms since process start> rss-kb <resident set in KiB>   (once, first paint of the menu)
+//   menu-label <text of the menu's version line>                        (right after painted-menu)
 //   view-begin / <plain text of the message view> / view-end             (every interval, when changed)
 //   shown <screen>                                                       (a screen became visible)
 #include <QApplication>
 #include <QEvent>
 #include <QFile>
 #include <QGenericPlugin>
+#include <QLabel>
 #include <QTextEdit>
 #include <QTextStream>
 #include <QTimer>
@@ -76,10 +78,14 @@ protected:
         if (!m_menuPainted && event->type() == QEvent::Paint &&
             watched->objectName() == "UpdaterMainScreen") {
             m_menuPainted = true;
-            // Report once the paint has been handled, not when it is about to be.
-            QTimer::singleShot(0, this, [this, ms = millisecondsSinceProcessStart()] {
-                write(QString("painted-menu %1 rss-kb %2").arg(ms, 0, 'f', 1).arg(residentKiB()));
-            });
+            const QLabel* label = watched->findChild<QLabel*>("versionLabel");
+            // The time is taken as the paint starts; the report is written after it.
+            QTimer::singleShot(
+                0, this,
+                [this, ms = millisecondsSinceProcessStart(), text = label ? label->text() : QString()] {
+                    write(QString("painted-menu %1 rss-kb %2").arg(ms, 0, 'f', 1).arg(residentKiB()));
+                    write("menu-label " + text);
+                });
         }
         return false;
     }

@@ -1,4 +1,4 @@
-// Start-up of the real updater binary: the command line lands in the settings file.
+// Start-up of the real updater binary: the command line lands in the settings file and on the menu.
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -19,20 +19,34 @@ class StartupTest : public QObject
     Q_OBJECT
 
 private:
-    // Starts the updater, waits until `settled` holds (or a grace period passes) and stops it.
-    QString runUpdater(const QStringList& args, std::function<bool()> settled = {})
+    QString m_label; // the menu's version line as the running updater showed it
+
+    // Starts the updater with the probe plugin, waits for the painted menu and for `settled`, stops it.
+    // Returns the updater's debug log.
+    QString runUpdater(
+        const QStringList& args, std::function<bool()> settled = [] { return true; })
     {
+        const QString probe = "/tmp/startup-probe.txt";
+        QFile::remove(probe);
         QProcess updater;
-        updater.setProcessChannelMode(QProcess::SeparateChannels);
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("QT_PLUGIN_PATH", QString(PROJECT_BINARY_DIR) + "/sim/probe/plugins");
+        env.insert("QT_QPA_GENERIC_PLUGINS", "probe");
+        env.insert("PROBE_OUT", probe);
+        updater.setProcessEnvironment(env);
         updater.start(updaterBinary(), args);
         if (!updater.waitForStarted(5000))
             return "could not start " + updaterBinary();
-        if (settled) {
-            for (int waited = 0; !settled() && waited < 15000; waited += 50)
-                QTest::qWait(50);
-        } else {
-            QTest::qWait(2000); // nothing observable to wait for: give it the time a write would take
+        m_label.clear();
+        for (int waited = 0; waited < 20000 && (m_label.isEmpty() || !settled()); waited += 50) {
+            QTest::qWait(50);
+            QFile report(probe);
+            if (report.open(QIODevice::ReadOnly))
+                for (const QString& line : QString::fromUtf8(report.readAll()).split('\n'))
+                    if (line.startsWith("menu-label "))
+                        m_label = line.mid(11);
         }
+        QTest::qWait(300); // a settings write would be flushed by now
         if (updater.state() != QProcess::Running)
             return "the updater ended on its own: " + updater.readAllStandardError();
         updater.terminate();
@@ -52,6 +66,7 @@ private slots:
     void noArgumentsWriteNothing()
     {
         runUpdater({});
+        QCOMPARE(m_label, QString("Orsina Updater Version: 4.1 "));
         QVERIFY(!QFile::exists(settingsFile));
     }
 
@@ -66,14 +81,18 @@ private slots:
 
     void lastProductWins()
     {
-        runUpdater({"Dravenor", "Orsina"}, [&] { return stored("ProductName").toString() == "Orsina"; });
+        runUpdater({"Dravenor", "Orsina"});
         QCOMPARE(stored("ProductName").toString(), QString("Orsina"));
         QVERIFY(!stored("PicEnable").isValid());
+        // The product named on the command line is already on the menu of the same start.
+        runUpdater({"Pellacorde"});
+        QCOMPARE(m_label, QString("Pellacorde Updater Version: 4.1 "));
     }
 
     void otherLetterCaseIsUnknownAndChangesNothing()
     {
         const QString log = runUpdater({"dravenor", "ORSINA", "--PIC-ENABLE", "Brenmark "});
+        QCOMPARE(m_label, QString("Orsina Updater Version: 4.1 "));
         QVERIFY(!QFile::exists(settingsFile));
         // Each argument is logged with its 1-based index, then the unknown ones once more.
         for (const char* line :
