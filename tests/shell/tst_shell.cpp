@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QGraphicsScene>
 #include <QGraphicsView>
+#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QSettings>
@@ -190,6 +191,11 @@ void ShellTest::progressFormTextsShortcutsAndInitialDocument()
     const QString html = view->toHtml();
     QVERIFY2(html.contains("font-family:'MS Shell Dlg 2'; font-size:12pt;"), qPrintable(html));
     QVERIFY2(html.contains("font-family:'Arial'; font-size:14pt;"), qPrintable(html));
+
+    // The one compiled-in resource: a 32 by 32 RGBA image that nothing displays.
+    const QImage icon(":/home.png");
+    QCOMPARE(icon.size(), QSize(32, 32));
+    QVERIFY(icon.hasAlphaChannel());
 }
 
 void ShellTest::canvasShowsOneScreenAtATime()

@@ -86,7 +86,8 @@ QString GpioPinController::getValue()
 
 void GpioPinController::toggleValue()
 {
-    // "-1" and anything unparsable are left alone (unparsable converts to 0 and counts as low).
+    // Only 0 and 1 toggle: "-1" from a failed read is left alone, an unparsable character converts to 0
+    // and counts as low.
     const int level = getValue().toInt(nullptr, 10);
     if (level == 0)
         setValue("1");
