@@ -6,12 +6,9 @@
 # the run gets a higher priority (nice -10) and the instrument a real-time one for its paced line;
 # without root both run as they are and the figures show the machine's load as well.
 set -euo pipefail
-repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-build=$(cd "${1:-$repo/build-native}" && pwd)
+. "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
+bench_setup esa "${1:-}" bench/esa/bench_esa sim/instrument/sim-instrument
 loads=${2:-3}
-for f in "$build/bench/esa/bench_esa" "$build/sim/instrument/sim-instrument"; do
-    [ -x "$f" ] || { echo "esa bench: '$f' is missing; build the project first" >&2; exit 2; }
-done
 boost=()
 if [ "$(id -u)" = 0 ]; then
     boost=(nice -n -10)

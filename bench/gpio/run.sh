@@ -3,12 +3,9 @@
 # one CPU and left to the scheduler. Prints one table.
 #   bench/gpio/run.sh [build dir] [operations per kind]
 set -euo pipefail
-repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-build=$(cd "${1:-$repo/build-native}" && pwd)
+. "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
+bench_setup gpio "${1:-}" bench/gpio/bench_gpio sim/instrument/sim-instrument
 count=${2:-20000}
-for f in "$build/bench/gpio/bench_gpio" "$build/sim/instrument/sim-instrument"; do
-    [ -x "$f" ] || { echo "gpio bench: '$f' is missing; build the project first" >&2; exit 2; }
-done
 
 run() { "$repo/sim/sandbox" --build "$build" --instrument "$@" -- "$build/bench/gpio/bench_gpio" "$count"; }
 pinned=$(run --cpu 0)

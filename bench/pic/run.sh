@@ -3,9 +3,6 @@
 # pinned to one CPU, and prints where the time goes (several minutes).
 #   bench/pic/run.sh [build dir]
 set -euo pipefail
-repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-build=$(cd "${1:-$repo/build-native}" && pwd)
-for f in "$build/bench/pic/bench_pic" "$build/sim/instrument/sim-instrument"; do
-    [ -x "$f" ] || { echo "pic bench: '$f' is missing; build the project first" >&2; exit 2; }
-done
+. "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
+bench_setup pic "${1:-}" bench/pic/bench_pic sim/instrument/sim-instrument
 exec "$repo/sim/sandbox" --build "$build" --instrument --instrument-arg --pic --cpu 0 -- "$build/bench/pic/bench_pic"

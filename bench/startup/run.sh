@@ -3,12 +3,9 @@
 # resident memory at that moment, measured from inside by the probe plugin. Prints the median of N runs.
 #   bench/startup/run.sh [build dir] [runs]
 set -euo pipefail
-repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-build=$(cd "${1:-$repo/build-native}" && pwd)
+. "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
+bench_setup startup "${1:-}" updater/updater sim/probe/plugins/generic/libprobe.so
 runs=${2:-9}
-for f in "$build/updater/updater" "$build/sim/probe/plugins/generic/libprobe.so"; do
-    [ -e "$f" ] || { echo "startup bench: '$f' is missing; build the project first" >&2; exit 2; }
-done
 
 inside=$(cat <<'INSIDE'
 set -eu

@@ -59,6 +59,15 @@ const quint32 LAST_CONFIG_ADDRESS = 0x30000D;
 const quint32 FLASH_RECORD_LIMIT = 0xFFFE;
 const quint32 ROW_SIZE = 64;
 const int EEPROM_SIZE = 1024;
+
+// An exported line switched to output ("out" drives it low), owned by the programmer.
+GpioPinController* newOutputPin(const QString& number, QObject* parent)
+{
+    GpioPinController* pin = new GpioPinController(number, parent);
+    pin->createDriver();
+    pin->setDirection("out");
+    return pin;
+}
 } // namespace
 
 // Shared by all programmers: the last diagnostic reads, the last verify mismatch and the EEPROM image.
@@ -89,25 +98,15 @@ PicProgrammer::PicProgrammer(QObject* parent)
 
     // Board power on, then the PIC held in reset with low-voltage programming off. PGC gets no value of
     // its own: "out" already drives it low.
-    m_powerPin = new GpioPinController(PIN_POWER, this);
-    m_powerPin->createDriver();
-    m_powerPin->setDirection("out");
+    m_powerPin = newOutputPin(PIN_POWER, this);
     m_powerPin->setValue("1");
-    m_PinPgd = new GpioPinController(PIN_PGD, this);
-    m_PinPgd->createDriver();
-    m_PinPgd->setDirection("out");
+    m_PinPgd = newOutputPin(PIN_PGD, this);
     m_PinPgd->setValue("0");
-    m_PinMclr = new GpioPinController(PIN_MCLR, this);
-    m_PinMclr->createDriver();
-    m_PinMclr->setDirection("out");
+    m_PinMclr = newOutputPin(PIN_MCLR, this);
     m_PinMclr->setValue("1");
-    m_PinPgc = new GpioPinController(PIN_PGC, this);
-    m_PinPgc->createDriver();
-    m_PinPgc->setDirection("out");
+    m_PinPgc = newOutputPin(PIN_PGC, this);
     m_PinMclr->setValue("0");
-    m_PinPgm = new GpioPinController(PIN_PGM, this);
-    m_PinPgm->createDriver();
-    m_PinPgm->setDirection("out");
+    m_PinPgm = newOutputPin(PIN_PGM, this);
     m_PinPgm->setValue("0");
 
     // Releases the PIC once the board supply has settled.
