@@ -1,8 +1,9 @@
 #pragma once
 // The PIC18F4620's configuration bytes (0x300000..0x30000D): which bits exist and what an erased chip
 // reads. From the device data sheet's configuration-bit summary (the "default/unprogrammed value" column);
-// bytes 0x300000, 0x300004 and 0x300007 are not implemented. This is the project's one copy of the table:
-// the PIC model masks with it, and the tools that judge HEX files read it from here.
+// bytes 0x300000, 0x300004 and 0x300007 are not implemented, and unimplemented bits read 0 (DS39622, 4.6
+// "Blank Check": "Unused (reserved) Configuration bits will read '0'"). This is the project's one copy of
+// the table: the PIC model masks with it, and the tools that judge HEX files read it from the model.
 
 #include <array>
 #include <cstdint>
@@ -43,6 +44,50 @@ constexpr const ConfigByte* configByte(std::uint32_t address)
     return address >= configAddress && address - configAddress < configSize
                ? &configBytes[address - configAddress]
                : nullptr;
+}
+
+// Protection bits, as offsets into the configuration bytes and a bit mask; a protection is on while its
+// bit reads 0. The data sheet's summary of code protection registers: CONFIG5L/H hold CP0..CP3, CPB, CPD;
+// CONFIG6L/H hold WRT0..WRT3, WRTB, WRTC, WRTD; CONFIG7L/H hold EBTR0..EBTR3, EBTRB.
+struct ConfigBit
+{
+    std::uint8_t offset;
+    std::uint8_t mask;
+};
+inline constexpr ConfigBit CPD{0x09, 0x80};
+inline constexpr ConfigBit WRTD{0x0B, 0x80};
+inline constexpr ConfigBit WRTC{0x0B, 0x20};
+
+// The program memory blocks and the bulk erase code (0x3C0005:0x3C0004) that erases each. A block's CP,
+// WRT and EBTR bits sit at the same position of CONFIG5, CONFIG6 and CONFIG7 (low byte for blocks 0..3,
+// bit 6 of the high byte for the boot block).
+struct CodeBlock
+{
+    const char* name;
+    std::uint32_t from, to; // [from, to)
+    std::uint16_t eraseCode;
+    std::uint8_t high; // 0: CONFIGxL, 1: CONFIGxH
+    std::uint8_t mask;
+    constexpr ConfigBit cp() const { return {std::uint8_t(0x08 + high), mask}; }
+    constexpr ConfigBit wrt() const { return {std::uint8_t(0x0A + high), mask}; }
+    constexpr ConfigBit ebtr() const { return {std::uint8_t(0x0C + high), mask}; }
+};
+inline constexpr std::array<CodeBlock, 5> codeBlocks{{
+    {"boot block", 0x0000, 0x0800, 0x0081, 1, 0x40},
+    {"block 0", 0x0800, 0x4000, 0x0180, 0, 0x01},
+    {"block 1", 0x4000, 0x8000, 0x0280, 0, 0x02},
+    {"block 2", 0x8000, 0xC000, 0x0480, 0, 0x04},
+    {"block 3", 0xC000, 0x10000, 0x0880, 0, 0x08},
+}};
+
+// The block holding a program memory address, or nullptr above 64 KB.
+constexpr const CodeBlock* codeBlock(std::uint32_t address)
+{
+    for (const CodeBlock& block : codeBlocks) {
+        if (address >= block.from && address < block.to)
+            return &block;
+    }
+    return nullptr;
 }
 
 } // namespace sim::pic18f4620

@@ -1,9 +1,6 @@
 #include "PicTarget.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <functional>
-#include <sstream>
 
 namespace sim {
 
@@ -13,42 +10,12 @@ constexpr std::uint8_t bitMask(int bit)
     return static_cast<std::uint8_t>(1u << bit);
 }
 
-// Decimal, or hexadecimal with a 0x prefix.
-std::optional<std::uint32_t> parseNumber(const std::string& text)
-{
-    if (text.empty())
-        return std::nullopt;
-    int base = 10;
-    std::size_t start = 0;
-    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-        base = 16;
-        start = 2;
-    }
-    std::uint64_t value = 0;
-    for (std::size_t i = start; i < text.size(); ++i) {
-        const char c = text[i];
-        int digit;
-        if (c >= '0' && c <= '9')
-            digit = c - '0';
-        else if (base == 16 && c >= 'a' && c <= 'f')
-            digit = c - 'a' + 10;
-        else if (base == 16 && c >= 'A' && c <= 'F')
-            digit = c - 'A' + 10;
-        else
-            return std::nullopt;
-        value = value * base + digit;
-        if (value > 0xFFFFFFFFu)
-            return std::nullopt;
-    }
-    return static_cast<std::uint32_t>(value);
-}
+using pic18f4620::CodeBlock;
+using pic18f4620::ConfigBit;
 
-std::string hex(std::uint32_t value, int width)
-{
-    char buf[16];
-    std::snprintf(buf, sizeof buf, "0x%0*X", width, value);
-    return buf;
-}
+// CONFIG5L..CONFIG7H hold only protection bits (CP, WRT, EBTR). Data sheet 23.5.1: "Code protection bits
+// may only be written to a '0' from a '1' state ... only set to '1' by a full chip erase or block erase".
+constexpr std::uint32_t protectionBytes = 0x08;
 } // namespace
 
 const std::vector<int>& PicTarget::lines()
@@ -58,8 +25,10 @@ const std::vector<int>& PicTarget::lines()
 }
 
 PicTarget::PicTarget()
-    : m_flash(flashSize, 0xFF), m_id(idSize, 0xFF), m_config(configSize, 0xFF), m_eeprom(eepromSize, 0xFF)
+    : m_flash(flashSize, 0xFF), m_id(idSize, 0xFF), m_config(configSize), m_eeprom(eepromSize, 0xFF)
 {
+    for (const pic18f4620::ConfigByte& byte : pic18f4620::configBytes)
+        m_config[byte.address - configAddress] = byte.unprogrammed;
     clearWriteBuffer();
 }
 
@@ -95,15 +64,23 @@ void PicTarget::resetCounters()
     m_holds = Holds{};
 }
 
+bool PicTarget::protectionOn(ConfigBit bit) const
+{
+    return !(m_config[bit.offset] & bit.mask);
+}
+
+// ID locations, configuration bytes and the device ID "read out normally, even after code protection"
+// (DS39622, 2.3); a code-protected block reads 0 from outside: "CPn bits inhibit external reads and writes"
+// (data sheet 23.5.1), and the programming specification's checksums count nothing for protected blocks.
 std::uint8_t PicTarget::readMemory(std::uint32_t address) const
 {
     address &= 0x3FFFFF;
-    if (address < flashSize)
-        return m_flash[address];
+    if (const CodeBlock* block = pic18f4620::codeBlock(address))
+        return protectionOn(block->cp()) ? 0 : m_flash[address];
     if (address >= idAddress && address < idAddress + idSize)
         return m_id[address - idAddress];
-    if (address >= configAddress && address < configAddress + configSize)
-        return m_config[address - configAddress];
+    if (const pic18f4620::ConfigByte* byte = pic18f4620::configByte(address))
+        return m_config[address - configAddress] & byte->implemented;
     if (address == devIdAddress)
         return static_cast<std::uint8_t>(m_deviceId & 0xFF);
     if (address == devIdAddress + 1)
@@ -410,24 +387,16 @@ void PicTarget::operandDone()
 
 void PicTarget::startRead()
 {
-    switch (m_command) {
-    case 0x8:
+    // TBLRD *, *+, *-, +*: the byte at the pointer (moved before or after the read) into TABLAT.
+    const int before = m_command == 0xB ? 1 : 0;
+    const int after = m_command == 0x9 ? 1 : m_command == 0xA ? -1 : 0;
+    if (m_command != 0x2) { // 0x2 shifts out TABLAT as it is
+        setTablePointer(m_tblptr + static_cast<std::uint32_t>(before));
+        const CodeBlock* block = pic18f4620::codeBlock(m_tblptr);
+        if (block && protectionOn(block->cp()))
+            ++m_counters.protectedReads;
         m_reg[TABLAT] = readMemory(m_tblptr);
-        break;
-    case 0x9:
-        m_reg[TABLAT] = readMemory(m_tblptr);
-        setTablePointer(m_tblptr + 1);
-        break;
-    case 0xA:
-        m_reg[TABLAT] = readMemory(m_tblptr);
-        setTablePointer(m_tblptr - 1);
-        break;
-    case 0xB:
-        setTablePointer(m_tblptr + 1);
-        m_reg[TABLAT] = readMemory(m_tblptr);
-        break;
-    default: // 0x2 shifts out TABLAT as it is
-        break;
+        setTablePointer(m_tblptr + static_cast<std::uint32_t>(after));
     }
     m_outByte = m_reg[TABLAT];
 }
@@ -507,14 +476,19 @@ void PicTarget::writeRegister(std::uint8_t f, std::uint8_t value)
     const std::uint8_t wrBit = bitMask(WR);
     std::uint8_t next = static_cast<std::uint8_t>((value & ~(bitMask(RD) | wrBit)) | (old & wrBit));
     const bool dataEeprom = !(next & bitMask(EEPGD)) && !(next & bitMask(CFGS));
+    // Data sheet 23.5.2: "CPD inhibits external reads and writes of data EEPROM. WRTD inhibits internal and
+    // external writes"; a refused write never starts, so WR stays clear.
+    const bool eepromReadable = !protectionOn(pic18f4620::CPD);
     if ((value & bitMask(RD)) && dataEeprom) {
         const std::uint16_t address =
             static_cast<std::uint16_t>((m_reg[EEADRH] << 8 | m_reg[EEADR]) % eepromSize);
-        m_reg[EEDATA] = m_eeprom[address];
-        ++m_counters.eepromReads;
+        m_reg[EEDATA] = eepromReadable ? m_eeprom[address] : 0;
+        ++(eepromReadable ? m_counters.eepromReads : m_counters.protectedReads);
     }
     if ((value & wrBit) && !(old & wrBit) && (next & bitMask(WREN))) {
-        if (dataEeprom) {
+        if (dataEeprom && (!eepromReadable || protectionOn(pic18f4620::WRTD))) {
+            ++m_counters.protectedWrites;
+        } else if (dataEeprom) {
             m_eepromWritePending = true;
             m_eepromWriteDoneNs = m_nowNs + P11;
             m_eepromWriteAddress =
@@ -598,9 +572,16 @@ void PicTarget::programmingClock(std::uint64_t highNs)
     }
     m_discharging = true;
     if (m_armed == Armed::RowErase) {
-        if (m_armedAddress < flashSize) {
-            eraseFlash(m_armedAddress, m_armedAddress + rowSize);
+        // DS39622 3.1.3: a row can be erased "provided the block is not code or write-protected"; 3.4: the
+        // ID locations are modified like code memory, so their row erases too.
+        if (m_armedAddress == idAddress) {
+            std::fill(m_id.begin(), m_id.end(), 0xFF);
             ++m_counters.rowErases;
+        } else if (m_armedAddress < flashSize) {
+            if (rowWritable(m_armedAddress)) {
+                eraseFlash(m_armedAddress, m_armedAddress + rowSize);
+                ++m_counters.rowErases;
+            }
         } else {
             ++m_counters.protocolErrors;
         }
@@ -608,18 +589,18 @@ void PicTarget::programmingClock(std::uint64_t highNs)
         return;
     }
     if (m_armedConfig) {
-        if (m_armedAddress >= configAddress && m_armedAddress < configAddress + configSize) {
-            m_config[m_armedAddress - configAddress] = m_armedByte;
-            ++m_counters.configWrites;
-        } else {
+        if (m_armedAddress >= configAddress && m_armedAddress < configAddress + configSize)
+            programConfig(m_armedAddress - configAddress, m_armedByte);
+        else
             ++m_counters.protocolErrors;
-        }
         return;
     }
     if (m_armedAddress < flashSize) {
-        for (std::uint32_t i = 0; i < rowSize; ++i)
-            programCell(m_flash[m_armedAddress + i], m_armedAddress + i, m_buffer[i]);
-        ++m_counters.rowsWritten;
+        if (rowWritable(m_armedAddress)) {
+            for (std::uint32_t i = 0; i < rowSize; ++i)
+                programCell(m_flash[m_armedAddress + i], m_armedAddress + i, m_buffer[i]);
+            ++m_counters.rowsWritten;
+        }
     } else if (m_armedAddress == idAddress) {
         for (std::uint32_t i = 0; i < idSize; ++i)
             m_id[i] &= m_buffer[i];
@@ -628,6 +609,31 @@ void PicTarget::programmingClock(std::uint64_t highNs)
         ++m_counters.protocolErrors;
     }
     clearWriteBuffer();
+}
+
+// "CPn bits inhibit external reads and writes. A block of user memory may be protected from table writes
+// if the WRTn Configuration bit is '0'" (data sheet 23.5.1).
+bool PicTarget::rowWritable(std::uint32_t rowAddress)
+{
+    const CodeBlock* block = pic18f4620::codeBlock(rowAddress);
+    if (protectionOn(block->cp()) || protectionOn(block->wrt())) {
+        ++m_counters.protectedWrites;
+        return false;
+    }
+    return true;
+}
+
+// WRTC write-protects the configuration registers (data sheet 23.5.3). Protection bits only go from 1 to 0.
+void PicTarget::programConfig(std::uint32_t offset, std::uint8_t data)
+{
+    if (protectionOn(pic18f4620::WRTC)) {
+        ++m_counters.protectedWrites;
+        return;
+    }
+    std::uint8_t& cell = m_config[offset];
+    const std::uint8_t oneWay = offset >= protectionBytes ? pic18f4620::configBytes[offset].implemented : 0;
+    cell = static_cast<std::uint8_t>((data & ~oneWay) | (cell & data & oneWay));
+    ++m_counters.configWrites;
 }
 
 void PicTarget::eraseFlash(std::uint32_t from, std::uint32_t to)
@@ -639,151 +645,39 @@ void PicTarget::eraseFlash(std::uint32_t from, std::uint32_t to)
     }
 }
 
+void PicTarget::unprotect(ConfigBit bit)
+{
+    m_config[bit.offset] |= bit.mask;
+}
+
+// DS39622 3.1.1: "Bulk Erase operations will also clear any code-protect settings associated with the
+// memory block being erased"; only a chip erase or a block's own erase sets its protection bits again.
 void PicTarget::bulkErase(std::uint16_t code)
 {
-    switch (code) {
-    case ERASE_CHIP:
+    const auto block = std::find_if(pic18f4620::codeBlocks.begin(), pic18f4620::codeBlocks.end(),
+                                    [code](const CodeBlock& b) { return b.eraseCode == code; });
+    if (block != pic18f4620::codeBlocks.end()) {
+        eraseFlash(block->from, block->to);
+        for (const ConfigBit bit : {block->cp(), block->wrt(), block->ebtr()})
+            unprotect(bit);
+    } else if (code == ERASE_CHIP) {
         eraseFlash(0, flashSize);
         std::fill(m_id.begin(), m_id.end(), 0xFF);
-        std::fill(m_config.begin(), m_config.end(), 0xFF);
         std::fill(m_eeprom.begin(), m_eeprom.end(), 0xFF);
-        break;
-    case ERASE_EEPROM:
+        for (std::uint32_t i = 0; i < configSize; ++i)
+            m_config[i] = pic18f4620::configBytes[i].unprogrammed;
+    } else if (code == ERASE_EEPROM) {
         std::fill(m_eeprom.begin(), m_eeprom.end(), 0xFF);
-        break;
-    case ERASE_BOOT:
-        eraseFlash(0x0000, 0x0800);
-        break;
-    case ERASE_CONFIG:
-        std::fill(m_config.begin(), m_config.end(), 0xFF);
-        break;
-    case ERASE_BLOCK0:
-        eraseFlash(0x0800, 0x4000);
-        break;
-    case ERASE_BLOCK1:
-        eraseFlash(0x4000, 0x8000);
-        break;
-    case ERASE_BLOCK2:
-        eraseFlash(0x8000, 0xC000);
-        break;
-    case ERASE_BLOCK3:
-        eraseFlash(0xC000, 0x10000);
-        break;
-    default:
+        unprotect(pic18f4620::CPD);
+        unprotect(pic18f4620::WRTD);
+    } else if (code == ERASE_CONFIG) {
+        for (std::uint32_t i = 0; i < protectionBytes; ++i)
+            m_config[i] = pic18f4620::configBytes[i].unprogrammed;
+    } else {
         ++m_counters.protocolErrors;
         return;
     }
     ++m_counters.bulkErases;
-}
-
-// ---- control text
-// ------------------------------------------------------------------------------------------
-
-std::string PicTarget::applyFaultText(std::string_view text)
-{
-    // All lines are checked before any is applied, so a bad line changes nothing.
-    std::vector<std::function<void()>> actions;
-    std::istringstream in{std::string(text)};
-    std::string line;
-    int lineNo = 0;
-    while (std::getline(in, line)) {
-        ++lineNo;
-        std::istringstream words(line);
-        std::vector<std::string> w;
-        for (std::string word; words >> word;)
-            w.push_back(word);
-        if (w.empty() || w[0][0] == '#')
-            continue;
-        const std::string where = "faults line " + std::to_string(lineNo) + ": ";
-        const std::string cmd = w[0];
-        auto argCount = [&](std::size_t n, const char* usage) -> std::string {
-            return w.size() == n + 1 ? std::string() : where + "'" + cmd + "' takes " + usage;
-        };
-        if (cmd == "clear" || cmd == "nodevice" || cmd == "device") {
-            if (auto e = argCount(0, "no arguments"); !e.empty())
-                return e;
-            if (cmd == "clear")
-                actions.push_back([this] { clearFaults(); });
-            else
-                actions.push_back([this, cmd] { setPresent(cmd == "device"); });
-        } else if (cmd == "nonblank" || cmd == "stuck") {
-            if (auto e = argCount(2, cmd == "stuck" ? "ADDRESS MASK" : "ADDRESS VALUE"); !e.empty())
-                return e;
-            const auto address = parseNumber(w[1]);
-            const auto value = parseNumber(w[2]);
-            if (!address || *address >= flashSize)
-                return where + "address '" + w[1] + "' is not a program flash address (0 to 0xFFFF)";
-            if (!value || *value > 0xFF)
-                return where + "'" + w[2] + "' is not a byte (0 to 0xFF)";
-            const auto a = *address;
-            const auto v = static_cast<std::uint8_t>(*value);
-            if (cmd == "stuck")
-                actions.push_back([this, a, v] { setStuckBits(a, v); });
-            else
-                actions.push_back([this, a, v] { setNonBlankAfterErase(a, v); });
-        } else if (cmd == "devid") {
-            if (auto e = argCount(1, "ID"); !e.empty())
-                return e;
-            const auto id = parseNumber(w[1]);
-            if (!id || *id > 0xFFFF)
-                return where + "'" + w[1] + "' is not a 16-bit device ID";
-            actions.push_back([this, id] { setDeviceId(static_cast<std::uint16_t>(*id)); });
-        } else {
-            return where + "unknown command '" + cmd +
-                   "' (expected nonblank, stuck, nodevice, device, devid or clear)";
-        }
-    }
-    for (const auto& action : actions)
-        action();
-    return {};
-}
-
-std::string PicTarget::faultText() const
-{
-    std::string text = m_present ? "device\n" : "nodevice\n";
-    text += "devid " + hex(m_deviceId, 4) + "\n";
-    for (const auto& [address, value] : m_nonBlank)
-        text += "nonblank " + hex(address, 4) + " " + hex(value, 2) + "\n";
-    for (const auto& [address, mask] : m_stuck)
-        text += "stuck " + hex(address, 4) + " " + hex(mask, 2) + "\n";
-    return text;
-}
-
-std::vector<std::pair<std::string, std::uint64_t>> PicTarget::counterList() const
-{
-    const Counters& c = m_counters;
-    std::vector<std::pair<std::string, std::uint64_t>> list{
-        {"line_events", c.lineEvents},
-        {"pgd_reads", c.pgdReads},
-        {"clocks", c.clocks},
-        {"core_instructions", c.coreInstructions},
-        {"unknown_instructions", c.unknownInstructions},
-        {"mode_entries", c.modeEntries},
-        {"resets", c.resets},
-        {"power_ups", c.powerUps},
-        {"rows_written", c.rowsWritten},
-        {"id_writes", c.idWrites},
-        {"config_writes", c.configWrites},
-        {"eeprom_writes", c.eepromWrites},
-        {"eeprom_reads", c.eepromReads},
-        {"bulk_erases", c.bulkErases},
-        {"row_erases", c.rowErases},
-        {"timing_violations", c.timingViolations()},
-        {"p9_violations", c.p9Violations},
-        {"p10_violations", c.p10Violations},
-        {"p11_violations", c.p11Violations},
-        {"p12_violations", c.p12Violations},
-        {"p15_violations", c.p15Violations},
-        {"eeprom_writes_aborted", c.eepromWritesAborted},
-        {"bus_contention", c.busContention},
-        {"protocol_errors", c.protocolErrors},
-    };
-    for (int cmd = 0; cmd < 16; ++cmd) {
-        char name[16];
-        std::snprintf(name, sizeof name, "command_%X", cmd);
-        list.emplace_back(name, c.commands[cmd]);
-    }
-    return list;
 }
 
 } // namespace sim

@@ -3,19 +3,17 @@
 // (low-voltage programming enable), PGC and PGD. It models the chip's low-voltage ICSP interface as the
 // device documents it: mode entry, 20-clock commands latched on falling PGC edges, the core instructions a
 // programmer uses on the table pointer and EECON1, table reads and writes, the 64-byte write buffer, bulk and
-// row erase, configuration bytes, data EEPROM and the device ID. Timing minimums are checked against the
-// caller's clock; an operation whose hold is too short does not happen and is counted. Pure model: no I/O.
-// Time is passed in by the caller (monotonic nanoseconds).
+// row erase, configuration bytes, data EEPROM, the device ID and code/write protection. Timing minimums
+// are checked against the caller's clock; an operation whose hold is too short does not happen and is
+// counted. Pure model: no I/O, no text. Time is passed in by the caller (monotonic nanoseconds).
 
 #include "GpioLineBank.h"
+#include "Pic18f4620Config.h"
 
 #include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 namespace sim {
@@ -37,8 +35,8 @@ public:
     static constexpr std::uint32_t flashSize = 0x10000;
     static constexpr std::uint32_t idAddress = 0x200000;
     static constexpr std::uint32_t idSize = 8;
-    static constexpr std::uint32_t configAddress = 0x300000;
-    static constexpr std::uint32_t configSize = 14;
+    static constexpr std::uint32_t configAddress = pic18f4620::configAddress;
+    static constexpr std::uint32_t configSize = pic18f4620::configSize;
     static constexpr std::uint32_t eraseControlLow = 0x3C0004;
     static constexpr std::uint32_t eraseControlHigh = 0x3C0005;
     static constexpr std::uint32_t devIdAddress = 0x3FFFFE;
@@ -52,17 +50,12 @@ public:
     static constexpr std::uint64_t P12 = 2'000;     // MCLR rise to the first PGC rise
     static constexpr std::uint64_t P15 = 2'000;     // PGM rise to MCLR rise
 
-    // Bulk erase codes, 0x3C0005:0x3C0004.
+    // Bulk erase codes, 0x3C0005:0x3C0004, besides those of the program memory blocks (codeBlocks).
     enum EraseCode : std::uint16_t
     {
         ERASE_CHIP = 0x3F8F,
         ERASE_EEPROM = 0x0084,
-        ERASE_BOOT = 0x0081,
         ERASE_CONFIG = 0x0082,
-        ERASE_BLOCK0 = 0x0180,
-        ERASE_BLOCK1 = 0x0280,
-        ERASE_BLOCK2 = 0x0480,
-        ERASE_BLOCK3 = 0x0880,
     };
 
     struct Counters
@@ -83,6 +76,8 @@ public:
         std::uint64_t eepromReads = 0;
         std::uint64_t bulkErases = 0;
         std::uint64_t rowErases = 0;
+        std::uint64_t protectedReads = 0;      // reads that returned 0 for a code-protected block or EEPROM
+        std::uint64_t protectedWrites = 0;     // writes and row erases a protection bit ignored
         std::uint64_t p9Violations = 0;        // programming hold too short: nothing written
         std::uint64_t p10Violations = 0;       // discharge time too short (counted only)
         std::uint64_t p11Violations = 0;       // erase hold too short: nothing erased
@@ -112,7 +107,8 @@ public:
     void lineChanged(int line, const LineState& state, std::uint64_t nowNs) override;
     std::optional<bool> drivenLevel(int line, std::uint64_t nowNs) override;
 
-    // Memory contents.
+    // Memory contents as stored. Configuration cells keep what was written to them; the chip reads them
+    // masked by the implemented bits (readMemory).
     std::vector<std::uint8_t>& flash() { return m_flash; }
     std::vector<std::uint8_t>& idLocations() { return m_id; }
     std::vector<std::uint8_t>& config() { return m_config; }
@@ -121,8 +117,11 @@ public:
     const std::vector<std::uint8_t>& idLocations() const { return m_id; }
     const std::vector<std::uint8_t>& config() const { return m_config; }
     const std::vector<std::uint8_t>& eeprom() const { return m_eeprom; }
-    // What a table read at this address returns (flash, ID, configuration, device ID, 0 elsewhere).
+    // What a table read at this address returns: flash (0 in a code-protected block), ID, configuration
+    // (implemented bits only), device ID, 0 elsewhere.
     std::uint8_t readMemory(std::uint32_t address) const;
+    // Whether a protection bit (pic18f4620::CPD, a code block's cp() ...) is programmed, i.e. reads 0.
+    bool protectionOn(pic18f4620::ConfigBit bit) const;
 
     std::uint16_t deviceId() const { return m_deviceId; }
     void setDeviceId(std::uint16_t id) { m_deviceId = id; }
@@ -136,12 +135,6 @@ public:
     const std::map<std::uint32_t, std::uint8_t>& nonBlankCells() const { return m_nonBlank; }
     const std::map<std::uint32_t, std::uint8_t>& stuckBits() const { return m_stuck; }
 
-    // Text commands of the control file "faults", one per line:
-    //   nonblank ADDR VALUE | stuck ADDR MASK | nodevice | device | devid ID | clear
-    // Numbers are decimal or 0x-prefixed hex. Returns an empty string, or what is wrong and on which line.
-    std::string applyFaultText(std::string_view text);
-    std::string faultText() const;
-
     bool powered() const { return m_powered; }
     bool inProgrammingMode() const { return m_mode; }
     std::uint32_t tablePointer() const { return m_tblptr; }
@@ -150,8 +143,6 @@ public:
     const Counters& counters() const { return m_counters; }
     const Holds& holds() const { return m_holds; }
     void resetCounters();
-    // Counters as "name value" pairs, in a fixed order.
-    std::vector<std::pair<std::string, std::uint64_t>> counterList() const;
 
 private:
     enum Register : std::uint8_t
@@ -212,6 +203,9 @@ private:
     void programmingClock(std::uint64_t highNs);
     void eraseFlash(std::uint32_t from, std::uint32_t to);
     void bulkErase(std::uint16_t code);
+    void unprotect(pic18f4620::ConfigBit bit);
+    bool rowWritable(std::uint32_t rowAddress);
+    void programConfig(std::uint32_t offset, std::uint8_t data);
     std::uint8_t readRegister(std::uint8_t f);
     void writeRegister(std::uint8_t f, std::uint8_t value);
     void setTablePointer(std::uint32_t value);

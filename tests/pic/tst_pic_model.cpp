@@ -1,5 +1,7 @@
-// The PIC18F4620 model against the chip's documented ICSP behaviour, driven in-process by a small host that
-// follows the chip's programming sequences (not the updater's code) on a simulated clock.
+// The PIC18F4620 model against the chip's documented ICSP behaviour, driven in-process through the GPIO
+// line bank by a small host that follows the chip's programming sequences (not the updater's code) on a
+// simulated clock. Expected values are the documents' own: the programming specification DS39622 (bulk
+// erase codes, ID locations, blank configuration) and the data sheet (configuration bits, code protection).
 
 #include "PicControl.h"
 #include "PicTarget.h"
@@ -13,18 +15,29 @@
 
 using sim::PicTarget;
 using Bytes = std::vector<std::uint8_t>;
+Q_DECLARE_METATYPE(Bytes)
 
 namespace {
 
 constexpr int PGD = PicTarget::PGD, MCLR = PicTarget::MCLR, PGC = PicTarget::PGC, POWER = PicTarget::POWER,
               PGM = PicTarget::PGM;
 
-// A programmer on a simulated clock where every line operation takes 100 ns. It powers the chip and enters
-// programming mode unless told not to.
+// The data sheet's configuration bits of the PIC18F4620, 300000h..30000Dh.
+const Bytes unprogrammedConfig{0x00, 0x07, 0x1F, 0x1F, 0x00, 0x83, 0x85,
+                               0x00, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
+const Bytes implementedConfig{0x00, 0xCF, 0x1F, 0x1F, 0x00, 0x87, 0xC5,
+                              0x00, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
+
+// A programmer on a simulated clock where every file operation on the line bank takes 100 ns, as a sysfs
+// host would drive it: direction and value writes, value reads. It powers the chip and enters programming
+// mode unless told not to.
 struct Host
 {
     explicit Host(PicTarget& target, bool ready = true) : pic(target)
     {
+        bank.attach(PicTarget::lines(), &pic);
+        for (int line : PicTarget::lines())
+            bank.exportLine(line);
         if (ready) {
             out(POWER, true);
             enter();
@@ -32,18 +45,18 @@ struct Host
     }
 
     PicTarget& pic;
+    sim::GpioLineBank bank;
     std::uint64_t now = 1'000'000'000;
-    std::map<int, sim::LineState> lines;
 
     std::uint64_t tick() { return now += 100; }
-    void set(int line, sim::Direction direction, bool level)
+    void out(int line, bool level)
     {
-        lines[line] = {direction, level};
-        pic.lineChanged(line, lines[line], tick());
+        if (bank.state(line)->direction != sim::Direction::Out)
+            bank.writeDirection(line, "out", tick());
+        bank.writeValue(line, level ? "1" : "0", tick());
     }
-    void out(int line, bool level) { set(line, sim::Direction::Out, level); }
-    void release(int line) { set(line, sim::Direction::In, false); }
-    bool sample() { return pic.drivenLevel(PGD, tick()).value_or(true); }
+    void release(int line) { bank.writeDirection(line, "in", tick()); }
+    bool sample() { return bank.readValue(PGD, tick()) == "1\n"; }
     // MCLR and PGM pulsed so that MCLR rises pgmSetup after PGM; the first clock may follow dataHold later.
     void enter(std::uint64_t pgmSetup = PicTarget::P15, std::uint64_t dataHold = PicTarget::P12)
     {
@@ -126,6 +139,16 @@ struct Host
             command(i + 2 < data.size() ? 0xD : 0xF, std::uint16_t(data[i] | data[i + 1] << 8));
         programmingNop(hold);
     }
+    void writeConfig(std::uint32_t address, std::uint8_t value) { write(address, {value, value}, true); }
+    // DS39622 table 3-3: EEPGD set, CFGS clear, WREN, the pointer in the row, FREE, WR, a NOP held for P9.
+    void rowErase(std::uint32_t address)
+    {
+        cores({0x8EA6, 0x9CA6, 0x84A6});
+        setPointer(address);
+        cores({0x88A6, 0x82A6});
+        programmingNop();
+    }
+    // DS39622 table 3-2: the code to 3C0005h and 3C0004h, a NOP, a NOP whose operand waits P11 + P10.
     void bulkErase(std::uint16_t code, std::uint64_t hold = PicTarget::P11 + PicTarget::P10)
     {
         setPointer(0x3C0005);
@@ -142,10 +165,23 @@ struct Host
         cores({0x9EA6, 0x9CA6, std::uint16_t(0x0E00 | (address & 0xFF)), 0x6EA9,
                std::uint16_t(0x0E00 | address >> 8), 0x6EAA});
     }
-    void zeroMemory()
+    std::uint8_t eepromRead(std::uint16_t address)
     {
-        for (Bytes* memory : {&pic.flash(), &pic.config(), &pic.eeprom()})
-            std::fill(memory->begin(), memory->end(), 0x00);
+        eepromAddress(address);
+        cores({0x80A6}); // RD
+        return readRegister(0xA8);
+    }
+    // EEDATA, WREN, WR; then the self-timed write is left to finish.
+    void eepromWrite(std::uint16_t address, std::uint8_t value)
+    {
+        eepromAddress(address);
+        cores({std::uint16_t(0x0E00 | value), 0x6EA8, 0x84A6, 0x82A6});
+        now += PicTarget::P11;
+    }
+    void fillMemory(std::uint8_t value)
+    {
+        for (Bytes* memory : {&pic.flash(), &pic.idLocations(), &pic.eeprom()})
+            std::fill(memory->begin(), memory->end(), value);
     }
 };
 
@@ -169,11 +205,27 @@ class TestPicModel : public QObject
 private slots:
     void entryNeedsPowerPgmAndSetupTimesAndResetsFraming();
     void tableReadsAndReadBitTiming();
-    void bulkEraseCodesEraseTheirRegionOnly();
-    void rowWritesUseBufferAndOnlyClearBitsConfigTakesHalfWord();
-    void rowEraseClearsOneRow();
+    void bulkEraseCodes_data();
+    void bulkEraseCodes();
+    void bulkEraseNeedsItsHoldAndAKnownCode();
+    void erasedConfigurationReadsUnprogrammedValues_data();
+    void erasedConfigurationReadsUnprogrammedValues();
+    void configurationReadsImplementedBitsOnly_data();
+    void configurationReadsImplementedBitsOnly();
+    void rowWritesUseBufferAndOnlyClearBits();
+    void rowErase_data();
+    void rowErase();
     void eepromReadAndSelfTimedWrite();
+    void codeProtectedReads_data();
+    void codeProtectedReads();
+    void protectedWritesAreIgnored_data();
+    void protectedWritesAreIgnored();
+    void bulkEraseClearsItsProtection_data();
+    void bulkEraseClearsItsProtection();
+    void genericHostErasesReadsAndProtects();
     void faultsNonBlankStuckAndAbsent();
+    void badFaultLinesChangeNothing_data();
+    void badFaultLinesChangeNothing();
     void controlFilesReadAndSteerTheModel();
 };
 
@@ -225,14 +277,10 @@ void TestPicModel::tableReadsAndReadBitTiming()
     PicTarget pic;
     Host host(pic);
     pic.setDeviceId(0x2765);
-    pic.config()[0x01] = 0x0F;
-    pic.config()[0x0D] = 0x40;
     pic.idLocations()[7] = 0x5A;
-    QCOMPARE(host.readFrom(0x3FFFFE, 2), (Bytes{0x65, 0x27}));
-    const Bytes config = host.readFrom(0x300000, 16); // the last two lie beyond the 14 configuration bytes
-    QCOMPARE(slice(config, 0x0C, 4), (Bytes{0xFF, 0x40, 0, 0}));
-    QCOMPARE(config[0x01], std::uint8_t(0x0F));
+    QCOMPARE(host.readFrom(0x3FFFFE, 2), (Bytes{0x65, 0x27})); // DEVID1 first
     QCOMPARE(host.readFrom(0x200007, 1)[0], std::uint8_t(0x5A));
+    QCOMPARE(host.readFrom(0x30000D, 3), (Bytes{0x40, 0, 0})); // nothing after the last configuration byte
     QCOMPARE(host.readFrom(0xFFFE, 4), (Bytes{0xFF, 0xFF, 0, 0})); // no flash above 64 KB
 
     // Each bit is valid from the rising edge and held after the falling edge.
@@ -262,36 +310,51 @@ void TestPicModel::tableReadsAndReadBitTiming()
     QCOMPARE(pic.counters().busContention, 8u);
 }
 
-void TestPicModel::bulkEraseCodesEraseTheirRegionOnly()
+// DS39622 table 3-1, bulk erase options (3C0005h:3C0004h), on the PIC18F4620's memory map.
+void TestPicModel::bulkEraseCodes_data()
 {
-    const std::tuple<std::uint16_t, std::uint32_t, std::uint32_t, bool, bool> cases[] = {
-        // code, flash erased from..to, configuration erased, EEPROM erased
-        {PicTarget::ERASE_BOOT, 0x0000, 0x0800, false, false},
-        {PicTarget::ERASE_BLOCK0, 0x0800, 0x4000, false, false},
-        {PicTarget::ERASE_BLOCK1, 0x4000, 0x8000, false, false},
-        {PicTarget::ERASE_BLOCK2, 0x8000, 0xC000, false, false},
-        {PicTarget::ERASE_BLOCK3, 0xC000, 0x10000, false, false},
-        {PicTarget::ERASE_CONFIG, 0, 0, true, false},
-        {PicTarget::ERASE_EEPROM, 0, 0, false, true},
-        {PicTarget::ERASE_CHIP, 0, 0x10000, true, true}};
-    for (const auto& [code, from, to, config, eeprom] : cases) {
-        PicTarget pic;
-        Host host(pic);
-        host.zeroMemory();
-        host.bulkErase(code);
-        const QString what = QString("code %1 at %2").arg(code, 4, 16, QChar('0'));
-        for (std::uint32_t a :
-             {0x0000u, 0x07FFu, 0x0800u, 0x3FFFu, 0x4000u, 0x7FFFu, 0x8000u, 0xBFFFu, 0xC000u, 0xFFFFu})
-            QVERIFY2(pic.flash()[a] == (a >= from && a < to ? 0xFF : 0x00), qPrintable(what.arg(a, 4, 16)));
-        QVERIFY2(pic.config()[13] == (config ? 0xFF : 0x00), qPrintable(what.arg("config")));
-        QVERIFY2(pic.eeprom()[1023] == (eeprom ? 0xFF : 0x00), qPrintable(what.arg("EEPROM")));
-        QCOMPARE(pic.counters().bulkErases, 1u);
-    }
+    QTest::addColumn<int>("code");
+    QTest::addColumn<int>("from"); // flash erased from..to
+    QTest::addColumn<int>("to");
+    QTest::addColumn<bool>("eeprom");
+    QTest::addColumn<bool>("id");
+    QTest::newRow("chip erase") << 0x3F8F << 0x0000 << 0x10000 << true << true;
+    QTest::newRow("data EEPROM") << 0x0084 << 0 << 0 << true << false;
+    QTest::newRow("boot block") << 0x0081 << 0x0000 << 0x0800 << false << false;
+    QTest::newRow("configuration bits") << 0x0082 << 0 << 0 << false << false;
+    QTest::newRow("block 0") << 0x0180 << 0x0800 << 0x4000 << false << false;
+    QTest::newRow("block 1") << 0x0280 << 0x4000 << 0x8000 << false << false;
+    QTest::newRow("block 2") << 0x0480 << 0x8000 << 0xC000 << false << false;
+    QTest::newRow("block 3") << 0x0880 << 0xC000 << 0x10000 << false << false;
+}
 
+void TestPicModel::bulkEraseCodes()
+{
+    QFETCH(int, code);
+    QFETCH(int, from);
+    QFETCH(int, to);
+    QFETCH(bool, eeprom);
+    QFETCH(bool, id);
     PicTarget pic;
     Host host(pic);
-    host.zeroMemory();
-    host.bulkErase(PicTarget::ERASE_BOOT, PicTarget::P11 - 100'000); // a hold short of P11 erases nothing
+    host.fillMemory(0x00);
+    host.bulkErase(std::uint16_t(code));
+    const Bytes& flash = pic.flash();
+    const auto erased = std::find(flash.begin(), flash.end(), 0xFF);
+    QCOMPARE(int(std::count(flash.begin(), flash.end(), 0xFF)), to - from);
+    QCOMPARE(erased == flash.end() ? 0 : int(erased - flash.begin()), from);
+    QCOMPARE(pic.eeprom(), Bytes(1024, eeprom ? 0xFF : 0x00));
+    QCOMPARE(pic.idLocations(), Bytes(8, id ? 0xFF : 0x00));
+    QCOMPARE(pic.counters().bulkErases, 1u);
+    QCOMPARE(pic.counters().protocolErrors, 0u);
+}
+
+void TestPicModel::bulkEraseNeedsItsHoldAndAKnownCode()
+{
+    PicTarget pic;
+    Host host(pic);
+    host.fillMemory(0x00);
+    host.bulkErase(0x0081, PicTarget::P11 - 100'000); // a hold short of P11 erases nothing
     QCOMPARE(pic.flash()[0], std::uint8_t(0x00));
     QCOMPARE(pic.counters().p11Violations, 1u);
     QCOMPARE(pic.holds().eraseNs.size(), std::size_t(1));
@@ -300,7 +363,76 @@ void TestPicModel::bulkEraseCodesEraseTheirRegionOnly()
     QCOMPARE(pic.counters().bulkErases, 0u);
 }
 
-void TestPicModel::rowWritesUseBufferAndOnlyClearBitsConfigTakesHalfWord()
+// Data sheet, configuration bits table ("default/unprogrammed value"); DS39622 4.6: unused configuration
+// bits read '0'. A configuration erase leaves the code protection bits, which only a chip erase or their
+// block's erase sets again (data sheet 23.5.1).
+void TestPicModel::erasedConfigurationReadsUnprogrammedValues_data()
+{
+    QTest::addColumn<int>("code"); // 0: none, a fresh chip
+    QTest::addColumn<Bytes>("before");
+    QTest::addColumn<Bytes>("expected");
+    const Bytes unprotected{0, 0, 0, 0, 0, 0, 0, 0, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
+    QTest::newRow("fresh chip") << 0 << Bytes() << unprogrammedConfig;
+    QTest::newRow("chip erase, everything programmed before")
+        << 0x3F8F << Bytes(14, 0x00) << unprogrammedConfig;
+    QTest::newRow("configuration erase") << 0x0082 << unprotected << unprogrammedConfig;
+    QTest::newRow("configuration erase keeps code protection")
+        << 0x0082 << Bytes(14, 0x00)
+        << Bytes{0x00, 0x07, 0x1F, 0x1F, 0x00, 0x83, 0x85, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+}
+
+void TestPicModel::erasedConfigurationReadsUnprogrammedValues()
+{
+    QFETCH(int, code);
+    QFETCH(Bytes, before);
+    QFETCH(Bytes, expected);
+    PicTarget pic;
+    if (!before.empty())
+        pic.config() = before;
+    Host host(pic);
+    if (code)
+        host.bulkErase(std::uint16_t(code));
+    QCOMPARE(host.readFrom(0x300000, 14), expected);
+    host.out(POWER, false); // and after a power cycle
+    host.out(POWER, true);
+    host.enter();
+    QCOMPARE(host.readFrom(0x300000, 14), expected);
+}
+
+// Configuration bytes are written one at a time, the byte taken from the half of the word that matches
+// the address; bits that do not exist read 0 (DS39622 4.6). Code protection bits only go from 1 to 0.
+void TestPicModel::configurationReadsImplementedBitsOnly_data()
+{
+    QTest::addColumn<int>("address");
+    QTest::addColumn<Bytes>("words"); // low and high byte of each word written, in order
+    QTest::addColumn<int>("expected");
+    const Bytes ones{0xFF, 0xFF};
+    for (int i = 0; i < 14; ++i) {
+        QTest::addRow("%X all ones", 0x300000 + i) << 0x300000 + i << ones << int(implementedConfig[i]);
+    }
+    QTest::newRow("even address takes the low half") << 0x300002 << Bytes{0x15, 0xEE} << 0x15;
+    QTest::newRow("odd address takes the high half") << 0x300003 << Bytes{0xEE, 0x0A} << 0x0A;
+    QTest::newRow("CONFIG1H bits 4 and 5 do not exist") << 0x300001 << Bytes{0x32, 0x32} << 0x02;
+    QTest::newRow("ordinary bits go back to 1") << 0x300006 << Bytes{0x00, 0x00, 0x85, 0x85} << 0x85;
+    QTest::newRow("CP bits cannot go back to 1") << 0x300008 << Bytes{0x05, 0x05, 0x0F, 0x0F} << 0x05;
+    QTest::newRow("CPB and CPD cannot go back to 1") << 0x300009 << Bytes{0x00, 0x40, 0xC0, 0xC0} << 0x40;
+}
+
+void TestPicModel::configurationReadsImplementedBitsOnly()
+{
+    QFETCH(int, address);
+    QFETCH(Bytes, words);
+    QFETCH(int, expected);
+    PicTarget pic;
+    Host host(pic);
+    for (std::size_t i = 0; i < words.size(); i += 2)
+        host.write(std::uint32_t(address), slice(words, i, 2), true);
+    QCOMPARE(host.readFrom(std::uint32_t(address), 1)[0], std::uint8_t(expected));
+    QCOMPARE(pic.counters().configWrites, words.size() / 2);
+    QCOMPARE(pic.counters().protocolErrors, 0u);
+}
+
+void TestPicModel::rowWritesUseBufferAndOnlyClearBits()
 {
     PicTarget pic;
     Host host(pic);
@@ -319,7 +451,7 @@ void TestPicModel::rowWritesUseBufferAndOnlyClearBitsConfigTakesHalfWord()
     host.write(0x2000, {0xF0, 0xFF});
     host.write(0x2000, {0x0F, 0x0F});
     QCOMPARE(slice(pic.flash(), 0x2000, 2), (Bytes{0x00, 0x0F}));
-    host.write(PicTarget::idAddress, {1, 2, 3, 4, 5, 6, 7, 8}); // ID locations take a row write too
+    host.write(0x200000, {1, 2, 3, 4, 5, 6, 7, 8}); // ID locations take a row write too (DS39622 3.4)
     QCOMPARE(pic.idLocations(), (Bytes{1, 2, 3, 4, 5, 6, 7, 8}));
     QCOMPARE(pic.counters().timingViolations(), 0u);
 
@@ -337,29 +469,43 @@ void TestPicModel::rowWritesUseBufferAndOnlyClearBitsConfigTakesHalfWord()
     QCOMPARE(pic.flash()[0x200], std::uint8_t(0x11));
     QCOMPARE(pic.counters().p10Violations, 1u);
 
-    // Configuration bytes (CFGS set) are written one at a time: even addresses take the low half of the word.
-    host.write(0x300000, {0x55, 0xAA}, true);
-    host.write(0x300001, {0x55, 0xAA}, true);
-    host.write(0x30000D, {0x81, 0x81}, true);
-    QCOMPARE(slice(pic.config(), 0, 3), (Bytes{0x55, 0xAA, 0xFF}));
-    QCOMPARE(pic.config()[13], std::uint8_t(0x81));
-    QCOMPARE(pic.counters().configWrites, 3u);
-    host.write(0x300003, {0x00, 0x00}); // without CFGS the same address is not a configuration write
-    QCOMPARE(pic.config()[3], std::uint8_t(0xFF));
+    host.write(0x300003, {0x00, 0x00}); // without CFGS a configuration address is no configuration write
+    QCOMPARE(pic.counters().configWrites, 0u);
 }
 
-void TestPicModel::rowEraseClearsOneRow()
+// DS39622 3.1.3: one 64-byte row, the table pointer anywhere in it; 3.4: the ID locations are modified
+// the way code memory is, so their row erases as well.
+void TestPicModel::rowErase_data()
 {
+    QTest::addColumn<int>("pointer");
+    QTest::addColumn<int>("flashFrom"); // first erased flash byte, -1 for none
+    QTest::addColumn<bool>("id");
+    QTest::newRow("flash row, pointer inside it") << 0x0450 << 0x0440 << false;
+    QTest::newRow("ID locations") << 0x200000 << -1 << true;
+    QTest::newRow("ID locations, pointer inside the row") << 0x200005 << -1 << true;
+}
+
+void TestPicModel::rowErase()
+{
+    QFETCH(int, pointer);
+    QFETCH(int, flashFrom);
+    QFETCH(bool, id);
     PicTarget pic;
     Host host(pic);
-    host.zeroMemory();
+    host.fillMemory(0x00);
     host.cores({0x8EA6, 0x9CA6, 0x84A6}); // EEPGD, CFGS off, WREN
-    host.setPointer(0x0450);
+    host.setPointer(std::uint32_t(pointer));
     host.cores({0x88A6, 0x82A6}); // FREE, WR
     QVERIFY(pic.eecon1() & 0x02);
     host.programmingNop();
-    QCOMPARE(slice(pic.flash(), 0x43F, 66), Bytes{0x00} + Bytes(64, 0xFF) + Bytes{0x00});
+
+    const Bytes& flash = pic.flash();
+    QCOMPARE(int(std::count(flash.begin(), flash.end(), 0xFF)), flashFrom < 0 ? 0 : 64);
+    if (flashFrom >= 0)
+        QCOMPARE(slice(flash, std::size_t(flashFrom - 1), 66), Bytes{0x00} + Bytes(64, 0xFF) + Bytes{0x00});
+    QCOMPARE(pic.idLocations(), Bytes(8, id ? 0xFF : 0x00));
     QCOMPARE(pic.counters().rowErases, 1u);
+    QCOMPARE(pic.counters().protocolErrors, 0u);
     QCOMPARE(pic.eecon1() & 0x12, 0); // WR and FREE cleared
 }
 
@@ -368,9 +514,7 @@ void TestPicModel::eepromReadAndSelfTimedWrite()
     PicTarget pic;
     pic.eeprom()[0x3A5] = 0x5C;
     Host host(pic);
-    host.eepromAddress(0x3A5);
-    host.cores({0x80A6}); // RD
-    QCOMPARE(host.readRegister(0xA8), std::uint8_t(0x5C));
+    QCOMPARE(host.eepromRead(0x3A5), std::uint8_t(0x5C));
 
     host.eepromAddress(0x011);
     host.cores({0x0E77, 0x6EA8, 0x82A6}); // EEDATA = 0x77; WR without WREN starts nothing
@@ -390,37 +534,204 @@ void TestPicModel::eepromReadAndSelfTimedWrite()
     QCOMPARE(pic.counters().eepromWritesAborted, 1u);
 }
 
+// Data sheet 23.5.1: "CPn bits inhibit external reads and writes"; EBTRn governs table reads that the
+// chip's own code executes, not the programmer's. DS39622 2.3: ID locations, configuration bits and the
+// device ID "read out normally, even after code protection". Boot block 0000h-07FFh, blocks 0..3 of 16 KB.
+void TestPicModel::codeProtectedReads_data()
+{
+    QTest::addColumn<int>("config"); // configuration byte written, then the probe read
+    QTest::addColumn<int>("value");
+    QTest::addColumn<int>("probe");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("CP0 hides block 0 at 0800h") << 0x300008 << 0x0E << 0x0800 << 0x00;
+    QTest::newRow("CP0 hides block 0 at 3FFFh") << 0x300008 << 0x0E << 0x3FFF << 0x00;
+    QTest::newRow("CP0 leaves the boot block") << 0x300008 << 0x0E << 0x07FF << 0xA5;
+    QTest::newRow("CP0 leaves block 1") << 0x300008 << 0x0E << 0x4000 << 0xA5;
+    QTest::newRow("CP1 hides block 1") << 0x300008 << 0x0D << 0x7FFF << 0x00;
+    QTest::newRow("CP2 hides block 2") << 0x300008 << 0x0B << 0x8000 << 0x00;
+    QTest::newRow("CP3 hides block 3") << 0x300008 << 0x07 << 0xFFFF << 0x00;
+    QTest::newRow("CPB hides the boot block") << 0x300009 << 0x80 << 0x0000 << 0x00;
+    QTest::newRow("WRT0 alone hides nothing") << 0x30000A << 0x0E << 0x0800 << 0xA5;
+    QTest::newRow("EBTR0 alone hides nothing from the programmer") << 0x30000C << 0x0E << 0x0800 << 0xA5;
+    QTest::newRow("ID locations read under code protection") << 0x300008 << 0x00 << 0x200003 << 0x5A;
+    QTest::newRow("configuration reads under code protection") << 0x300008 << 0x00 << 0x300008 << 0x00;
+    QTest::newRow("device ID reads under code protection") << 0x300009 << 0x00 << 0x3FFFFF << 0x0C;
+}
+
+void TestPicModel::codeProtectedReads()
+{
+    QFETCH(int, config);
+    QFETCH(int, value);
+    QFETCH(int, probe);
+    QFETCH(int, expected);
+    PicTarget pic;
+    pic.setDeviceId(0x0C07);
+    Host host(pic);
+    host.fillMemory(0xA5);
+    std::fill(pic.idLocations().begin(), pic.idLocations().end(), 0x5A);
+    host.writeConfig(std::uint32_t(config), std::uint8_t(value));
+    QCOMPARE(host.readFrom(std::uint32_t(probe), 1)[0], std::uint8_t(expected));
+    QCOMPARE(pic.counters().protectedReads, expected == 0 && probe < 0x10000 ? 1u : 0u);
+}
+
+// Data sheet 23.5.1 (CPn, WRTn: "protected from table writes"), 23.5.2 (CPD, WRTD: data EEPROM), 23.5.3
+// (WRTC: configuration registers); DS39622 3.1.3: a row erases only if its block is not code or write
+// protected. The ID locations belong to no block.
+void TestPicModel::protectedWritesAreIgnored_data()
+{
+    QTest::addColumn<int>("config");
+    QTest::addColumn<int>("value");
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<int>("address");
+    QTest::addColumn<bool>("ignored");
+    QTest::newRow("WRT0 refuses a row write in block 0") << 0x30000A << 0x0E << "write" << 0x0800 << true;
+    QTest::newRow("WRT0 leaves block 1 writable") << 0x30000A << 0x0E << "write" << 0x4000 << false;
+    QTest::newRow("CP1 refuses a row write in block 1") << 0x300008 << 0x0D << "write" << 0x4040 << true;
+    QTest::newRow("WRTB refuses a row write in the boot block")
+        << 0x30000B << 0xA0 << "write" << 0x0000 << true;
+    QTest::newRow("EBTR0 refuses no write") << 0x30000C << 0x0E << "write" << 0x0800 << false;
+    QTest::newRow("WRT2 refuses a row erase") << 0x30000A << 0x0B << "erase" << 0x8000 << true;
+    QTest::newRow("CP3 refuses a row erase") << 0x300008 << 0x07 << "erase" << 0xFFC0 << true;
+    QTest::newRow("ID locations stay writable under protection")
+        << 0x300008 << 0x00 << "write" << 0x200000 << false;
+    QTest::newRow("WRTC refuses configuration writes") << 0x30000B << 0xC0 << "config" << 0x300001 << true;
+    QTest::newRow("configuration writable while WRTC is 1")
+        << 0x30000B << 0xE0 << "config" << 0x300001 << false;
+    QTest::newRow("WRTD refuses EEPROM writes") << 0x30000B << 0x60 << "eeprom" << 0x10 << true;
+    QTest::newRow("CPD refuses EEPROM writes") << 0x300009 << 0x40 << "eeprom" << 0x10 << true;
+}
+
+void TestPicModel::protectedWritesAreIgnored()
+{
+    QFETCH(int, config);
+    QFETCH(int, value);
+    QFETCH(QString, operation);
+    QFETCH(int, address);
+    QFETCH(bool, ignored);
+    PicTarget pic;
+    Host host(pic);
+    host.fillMemory(0xA5);
+    host.writeConfig(std::uint32_t(config), std::uint8_t(value));
+    const Bytes before = pic.flash() + pic.idLocations() + pic.eeprom() + pic.config();
+    const auto a = std::uint32_t(address);
+    if (operation == "write")
+        host.write(a, {0x00, 0x00});
+    else if (operation == "erase")
+        host.rowErase(a);
+    else if (operation == "config")
+        host.writeConfig(a, 0x00);
+    else
+        host.eepromWrite(std::uint16_t(a), 0x00);
+    const Bytes after = pic.flash() + pic.idLocations() + pic.eeprom() + pic.config();
+    QCOMPARE(after == before, ignored);
+    QCOMPARE(pic.counters().protectedWrites, ignored ? 1u : 0u);
+    QCOMPARE(pic.counters().protocolErrors, 0u);
+}
+
+// DS39622 3.1.1: "Bulk Erase operations will also clear any code-protect settings associated with the
+// memory block being erased"; a data EEPROM with CPD = 0 needs the EEPROM erase (0084h).
+void TestPicModel::bulkEraseClearsItsProtection_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<Bytes>("protection"); // 300008h..30000Dh read after the erase
+    QTest::newRow("boot block: CPB, WRTB, EBTRB") << 0x0081 << Bytes{0x00, 0x40, 0x00, 0x40, 0x00, 0x40};
+    QTest::newRow("block 0: CP0, WRT0, EBTR0") << 0x0180 << Bytes{0x01, 0x00, 0x01, 0x00, 0x01, 0x00};
+    QTest::newRow("block 3: CP3, WRT3, EBTR3") << 0x0880 << Bytes{0x08, 0x00, 0x08, 0x00, 0x08, 0x00};
+    QTest::newRow("data EEPROM: CPD, WRTD") << 0x0084 << Bytes{0x00, 0x80, 0x00, 0x80, 0x00, 0x00};
+    QTest::newRow("chip erase: everything") << 0x3F8F << Bytes{0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
+}
+
+void TestPicModel::bulkEraseClearsItsProtection()
+{
+    QFETCH(int, code);
+    QFETCH(Bytes, protection);
+    PicTarget pic;
+    std::fill(pic.config().begin() + 8, pic.config().end(), 0x00); // every protection on
+    Host host(pic);
+    host.bulkErase(std::uint16_t(code));
+    QCOMPARE(host.readFrom(0x300008, 6), protection);
+}
+
+// A programmer of its own kind, as an independent host would drive a code-protected chip: read, chip
+// erase, configuration read, program, protect, ID row erase and a protected read.
+void TestPicModel::genericHostErasesReadsAndProtects()
+{
+    PicTarget pic;
+    Host host(pic);
+    host.fillMemory(0x3C);
+    pic.config() = Bytes(14, 0x00); // every protection on, WRTC included
+    QCOMPARE(host.readFrom(0x0000, 2), (Bytes{0x00, 0x00}));
+    host.writeConfig(0x300008, 0x0F); // refused: WRTC
+    QCOMPARE(host.readFrom(0x300008, 1), Bytes{0x00});
+
+    host.bulkErase(0x3F8F);
+    QCOMPARE(host.readFrom(0x300000, 14), unprogrammedConfig);
+    QCOMPARE(host.readFrom(0x200000, 8), Bytes(8, 0xFF));
+    host.write(0x0800, {0x12, 0x34});
+    host.write(0x200000, {1, 2, 3, 4, 5, 6, 7, 8});
+    host.writeConfig(0x300008, 0x0E); // CP0
+    QCOMPARE(host.readFrom(0x07FE, 4), (Bytes{0xFF, 0xFF, 0x00, 0x00}));
+    QCOMPARE(host.readFrom(0x200000, 2), (Bytes{1, 2}));
+    host.rowErase(0x200000);
+    QCOMPARE(host.readFrom(0x200000, 8), Bytes(8, 0xFF));
+    QCOMPARE(slice(pic.flash(), 0x0800, 2), (Bytes{0x12, 0x34})); // still there, only unreadable
+
+    QCOMPARE(pic.counters().protocolErrors, 0u);
+    QCOMPARE(pic.counters().timingViolations(), 0u);
+    QCOMPARE(pic.counters().protectedWrites, 1u);
+}
+
 void TestPicModel::faultsNonBlankStuckAndAbsent()
 {
     PicTarget pic;
-    QCOMPARE(pic.applyFaultText("nonblank 0x0200 0x7E\nstuck 0x0300 0x81\n"), std::string());
+    QCOMPARE(sim::applyFaultText(pic, "nonblank 0x0200 0x7E\nstuck 0x0300 0x81\n"), std::string());
     Host host(pic);
-    host.zeroMemory();
-    host.bulkErase(PicTarget::ERASE_BOOT);
+    host.fillMemory(0x00);
+    host.bulkErase(0x0081);
     QCOMPARE(slice(pic.flash(), 0x200, 2), (Bytes{0x7E, 0xFF}));
     host.write(0x0300, {0x00, 0x00});
     QCOMPARE(slice(pic.flash(), 0x300, 2), (Bytes{0x81, 0x00})); // bits 7 and 0 ignore programming
 
-    QCOMPARE(pic.applyFaultText("nodevice"), std::string());
+    QCOMPARE(sim::applyFaultText(pic, "nodevice"), std::string());
     QVERIFY(!pic.inProgrammingMode());
     host.enter();
     QVERIFY(!pic.inProgrammingMode());
     QCOMPARE(host.read(0x9), std::uint8_t(0xFF)); // PGD floats high
-    QCOMPARE(pic.faultText(),
-             std::string("nodevice\ndevid 0x0C07\nnonblank 0x0200 0x7E\nstuck 0x0300 0x81\n"));
-    QCOMPARE(pic.applyFaultText("clear\ndevid 0x0E81"), std::string());
+    QCOMPARE(sim::faultText(pic),
+             std::string("nodevice\ndevid 0x0c07\nnonblank 0x0200 0x7e\nstuck 0x0300 0x81\n"));
+    QCOMPARE(sim::applyFaultText(pic, "clear\ndevid 0x0E81"), std::string());
     QVERIFY(pic.present() && pic.nonBlankCells().empty() && pic.stuckBits().empty());
     QCOMPARE(pic.deviceId(), std::uint16_t(0x0E81));
+}
 
-    // Bad lines are reported with their number and change nothing.
-    const std::pair<const char*, const char*> bad[] = {
-        {"clear\nstuck 0x10000 1", "line 2: address '0x10000' is not a program flash address (0 to 0xFFFF)"},
-        {"# comment\n\nexplode",
-         "line 3: unknown command 'explode' (expected nonblank, stuck, nodevice, device, devid or clear)"},
-        {"devid", "line 1: 'devid' takes ID"}};
-    for (const auto& [text, error] : bad)
-        QCOMPARE(pic.applyFaultText(text), "faults " + std::string(error));
+void TestPicModel::badFaultLinesChangeNothing_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("address above flash")
+        << "clear\nstuck 0x10000 1"
+        << "faults line 2: address '0x10000' is not a program flash address (0 to 0xFFFF)";
+    QTest::newRow("value above a byte") << "nonblank 5 256"
+                                        << "faults line 1: '256' is not a byte (0 to 0xFF)";
+    QTest::newRow("unknown command after a comment and a blank line")
+        << "# comment\n\nexplode"
+        << "faults line 3: unknown command 'explode' (expected nonblank, stuck, nodevice, device, devid or "
+           "clear)";
+    QTest::newRow("missing argument") << "devid"
+                                      << "faults line 1: 'devid' takes ID";
+    QTest::newRow("device ID above 16 bits") << "devid 0x10000"
+                                             << "faults line 1: '0x10000' is not a 16-bit device ID";
+}
+
+void TestPicModel::badFaultLinesChangeNothing()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, error);
+    PicTarget pic;
+    pic.setDeviceId(0x0E81);
+    QCOMPARE(QString::fromStdString(sim::applyFaultText(pic, text.toStdString())), error);
     QCOMPARE(pic.deviceId(), std::uint16_t(0x0E81));
+    QVERIFY(pic.stuckBits().empty());
 }
 
 void TestPicModel::controlFilesReadAndSteerTheModel()
@@ -436,20 +747,39 @@ void TestPicModel::controlFilesReadAndSteerTheModel()
     QCOMPARE(instrument.gpio().writeDirection(5, "high", 1000), 0);
     QVERIFY(pic->powered());
 
+    // The table of configuration bits as the data sheet gives it, for tools that judge HEX files.
+    QCOMPARE(file("config-bits").read(), std::string("300000 - 00 00\n"
+                                                     "300001 CONFIG1H cf 07\n"
+                                                     "300002 CONFIG2L 1f 1f\n"
+                                                     "300003 CONFIG2H 1f 1f\n"
+                                                     "300004 - 00 00\n"
+                                                     "300005 CONFIG3H 87 83\n"
+                                                     "300006 CONFIG4L c5 85\n"
+                                                     "300007 - 00 00\n"
+                                                     "300008 CONFIG5L 0f 0f\n"
+                                                     "300009 CONFIG5H c0 c0\n"
+                                                     "30000a CONFIG6L 0f 0f\n"
+                                                     "30000b CONFIG6H e0 e0\n"
+                                                     "30000c CONFIG7L 0f 0f\n"
+                                                     "30000d CONFIG7H 40 40\n"));
     QCOMPARE(file("flash").write(std::string(100, '\0')), -EINVAL); // not the whole image
-    QCOMPARE(file("config.hex").read(), std::string("0000: ff ff ff ff ff ff ff ff ff ff ff ff ff ff\n"));
+    QCOMPARE(file("config.hex").read(), std::string("0000: 00 07 1f 1f 00 83 85 00 0f c0 0f e0 0f 40\n"));
     QCOMPARE(file("config.hex").write("0001: 12 34\n000d: 56\n"), 0);
     QCOMPARE(pic->config(),
-             (Bytes{0xFF, 0x12, 0x34, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x56}));
+             (Bytes{0x00, 0x12, 0x34, 0x1F, 0x00, 0x83, 0x85, 0x00, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x56}));
     // A bad line changes nothing, not even the good lines before it; the error says what and where.
-    QCOMPARE(file("config.hex").write("0000: 00\n000d: 00 00\n"), -EINVAL);
-    QCOMPARE(pic->config()[0], std::uint8_t(0xFF));
+    QCOMPARE(file("config.hex").write("0000: 11\n000d: 00 00\n"), -EINVAL);
+    QCOMPARE(pic->config()[0], std::uint8_t(0x00));
     QCOMPARE(sim::applyHexDump("0000: 0g", pic->config(), "pic/config.hex"),
              std::string("pic/config.hex line 1: '0g' is not a hex byte"));
     QCOMPARE(sim::applyHexDump("000d: 00 00", pic->config(), "pic/config.hex"),
              std::string("pic/config.hex line 1: offset 14 is past the end (14 bytes)"));
+    QCOMPARE(sim::applyHexDump("zz: 00", pic->config(), "pic/config.hex"),
+             std::string("pic/config.hex line 1: offset 'zz' is not hexadecimal"));
     QCOMPARE(file("faults").write("stuck 0x10 0x01\nexplode\n"), -EINVAL);
     QVERIFY(pic->stuckBits().empty());
+    QCOMPARE(file("faults").write("stuck 0x10 0x01\n"), 0);
+    QCOMPARE(file("faults").read(), std::string("device\ndevid 0x0c07\nstuck 0x0010 0x01\n"));
 }
 
 QTEST_APPLESS_MAIN(TestPicModel)
