@@ -54,6 +54,8 @@ struct ConfigBit
     std::uint8_t offset;
     std::uint8_t mask;
 };
+// CONFIG5L..CONFIG7H: every implemented bit from this offset on is a protection bit.
+inline constexpr std::uint8_t protectionOffset = 0x08;
 inline constexpr ConfigBit CPD{0x09, 0x80};
 inline constexpr ConfigBit WRTD{0x0B, 0x80};
 inline constexpr ConfigBit WRTC{0x0B, 0x20};
@@ -68,9 +70,9 @@ struct CodeBlock
     std::uint16_t eraseCode;
     std::uint8_t high; // 0: CONFIGxL, 1: CONFIGxH
     std::uint8_t mask;
-    constexpr ConfigBit cp() const { return {std::uint8_t(0x08 + high), mask}; }
-    constexpr ConfigBit wrt() const { return {std::uint8_t(0x0A + high), mask}; }
-    constexpr ConfigBit ebtr() const { return {std::uint8_t(0x0C + high), mask}; }
+    constexpr ConfigBit cp() const { return {std::uint8_t(protectionOffset + high), mask}; }
+    constexpr ConfigBit wrt() const { return {std::uint8_t(protectionOffset + 2 + high), mask}; }
+    constexpr ConfigBit ebtr() const { return {std::uint8_t(protectionOffset + 4 + high), mask}; }
 };
 inline constexpr std::array<CodeBlock, 5> codeBlocks{{
     {"boot block", 0x0000, 0x0800, 0x0081, 1, 0x40},

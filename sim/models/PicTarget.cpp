@@ -12,10 +12,6 @@ constexpr std::uint8_t bitMask(int bit)
 
 using pic18f4620::CodeBlock;
 using pic18f4620::ConfigBit;
-
-// CONFIG5L..CONFIG7H hold only protection bits (CP, WRT, EBTR). Data sheet 23.5.1: "Code protection bits
-// may only be written to a '0' from a '1' state ... only set to '1' by a full chip erase or block erase".
-constexpr std::uint32_t protectionBytes = 0x08;
 } // namespace
 
 const std::vector<int>& PicTarget::lines()
@@ -69,14 +65,22 @@ bool PicTarget::protectionOn(ConfigBit bit) const
     return !(m_config[bit.offset] & bit.mask);
 }
 
+// A code-protected block reads 0 from outside: "CPn bits inhibit external reads and writes" (data sheet
+// 23.5.1), and the programming specification's checksums count nothing for protected blocks. EBTRn only
+// governs table reads run by the chip's own code in another block, which the model does not execute.
+bool PicTarget::codeProtected(std::uint32_t address) const
+{
+    const CodeBlock* block = pic18f4620::codeBlock(address);
+    return block && protectionOn(block->cp());
+}
+
 // ID locations, configuration bytes and the device ID "read out normally, even after code protection"
-// (DS39622, 2.3); a code-protected block reads 0 from outside: "CPn bits inhibit external reads and writes"
-// (data sheet 23.5.1), and the programming specification's checksums count nothing for protected blocks.
+// (DS39622, 2.3).
 std::uint8_t PicTarget::readMemory(std::uint32_t address) const
 {
     address &= 0x3FFFFF;
-    if (const CodeBlock* block = pic18f4620::codeBlock(address))
-        return protectionOn(block->cp()) ? 0 : m_flash[address];
+    if (address < flashSize)
+        return codeProtected(address) ? 0 : m_flash[address];
     if (address >= idAddress && address < idAddress + idSize)
         return m_id[address - idAddress];
     if (const pic18f4620::ConfigByte* byte = pic18f4620::configByte(address))
@@ -392,8 +396,7 @@ void PicTarget::startRead()
     const int after = m_command == 0x9 ? 1 : m_command == 0xA ? -1 : 0;
     if (m_command != 0x2) { // 0x2 shifts out TABLAT as it is
         setTablePointer(m_tblptr + static_cast<std::uint32_t>(before));
-        const CodeBlock* block = pic18f4620::codeBlock(m_tblptr);
-        if (block && protectionOn(block->cp()))
+        if (codeProtected(m_tblptr))
             ++m_counters.protectedReads;
         m_reg[TABLAT] = readMemory(m_tblptr);
         setTablePointer(m_tblptr + static_cast<std::uint32_t>(after));
@@ -623,7 +626,9 @@ bool PicTarget::rowWritable(std::uint32_t rowAddress)
     return true;
 }
 
-// WRTC write-protects the configuration registers (data sheet 23.5.3). Protection bits only go from 1 to 0.
+// WRTC write-protects the configuration registers (data sheet 23.5.3). Data sheet 23.5.1: "Code protection
+// bits may only be written to a '0' from a '1' state ... only set to '1' by a full chip erase or block
+// erase".
 void PicTarget::programConfig(std::uint32_t offset, std::uint8_t data)
 {
     if (protectionOn(pic18f4620::WRTC)) {
@@ -631,7 +636,8 @@ void PicTarget::programConfig(std::uint32_t offset, std::uint8_t data)
         return;
     }
     std::uint8_t& cell = m_config[offset];
-    const std::uint8_t oneWay = offset >= protectionBytes ? pic18f4620::configBytes[offset].implemented : 0;
+    const std::uint8_t oneWay =
+        offset >= pic18f4620::protectionOffset ? pic18f4620::configBytes[offset].implemented : 0;
     cell = static_cast<std::uint8_t>((data & ~oneWay) | (cell & data & oneWay));
     ++m_counters.configWrites;
 }
@@ -670,8 +676,8 @@ void PicTarget::bulkErase(std::uint16_t code)
         std::fill(m_eeprom.begin(), m_eeprom.end(), 0xFF);
         unprotect(pic18f4620::CPD);
         unprotect(pic18f4620::WRTD);
-    } else if (code == ERASE_CONFIG) {
-        for (std::uint32_t i = 0; i < protectionBytes; ++i)
+    } else if (code == ERASE_CONFIG) { // the protection bits stay, as data sheet 23.5.1 has it
+        for (std::uint32_t i = 0; i < pic18f4620::protectionOffset; ++i)
             m_config[i] = pic18f4620::configBytes[i].unprogrammed;
     } else {
         ++m_counters.protocolErrors;

@@ -122,6 +122,7 @@ public:
     std::uint8_t readMemory(std::uint32_t address) const;
     // Whether a protection bit (pic18f4620::CPD, a code block's cp() ...) is programmed, i.e. reads 0.
     bool protectionOn(pic18f4620::ConfigBit bit) const;
+    bool codeProtected(std::uint32_t address) const; // in a program memory block whose CP bit is on
 
     std::uint16_t deviceId() const { return m_deviceId; }
     void setDeviceId(std::uint16_t id) { m_deviceId = id; }
