@@ -8,7 +8,6 @@
 #include "FuzzSupport.h"
 #include "UpdaterProgressScreen.h"
 
-#include <QApplication>
 #include <QFile>
 #include <QTextEdit>
 
@@ -23,12 +22,7 @@ const QStringList EXACT_KEYWORDS = {"SYSTEM", "APP",     "KERNEL",  "IMAGE",
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    static QApplication app(*argc, *argv);
-    fuzzsupport::silenceDebugMessages();
-    // The screen opens the ESA line at construction: it gets the scripted line, not a real port.
-    fuzzsupport::SerialLine::instance().setDevicePath("/dev/ttyS1");
+    fuzzsupport::startScreenApplication(argc, argv);
     return 0;
 }
 

@@ -10,7 +10,7 @@
 #include "TtyHandler.h"
 #include "UpdaterProgressScreen.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 
@@ -128,11 +128,7 @@ void checkLoad(const QList<QByteArray>& writes, const QByteArray& image, int res
 
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    static QApplication app(*argc, *argv);
-    fuzzsupport::silenceDebugMessages();
-    fuzzsupport::SerialLine::instance().setDevicePath("/dev/ttyS1");
+    fuzzsupport::startScreenApplication(argc, argv);
     return 0;
 }
 

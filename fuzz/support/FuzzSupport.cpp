@@ -1,5 +1,6 @@
 #include "FuzzSupport.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QtGlobal>
@@ -51,6 +52,15 @@ std::uint64_t nowNs()
 void advanceNs(std::uint64_t ns)
 {
     g_nowNs += ns;
+}
+
+void startScreenApplication(int* argc, char*** argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    static QApplication app(*argc, *argv);
+    silenceDebugMessages();
+    SerialLine::instance().setDevicePath("/dev/ttyS1");
 }
 
 sim::GpioLineBank& lineBank()

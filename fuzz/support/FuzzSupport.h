@@ -36,6 +36,10 @@ namespace fuzzsupport {
 // Qt's debug chatter of the product would dominate the run time; warnings and worse still show.
 void silenceDebugMessages();
 
+// For the targets that build the progress screen: a widget application on the offscreen platform, with
+// the screen's serial line (/dev/ttyS1) on the scripted line instead of a real port.
+void startScreenApplication(int* argc, char*** argv);
+
 // Monotonic virtual time in nanoseconds, shared by the clock seam and the line bank.
 std::uint64_t nowNs();
 void advanceNs(std::uint64_t ns);

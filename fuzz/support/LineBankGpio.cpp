@@ -1,5 +1,6 @@
 // GpioPinController for the fuzz targets: the same operations on the in-process line bank instead of
-// sysfs files, each costing a microsecond of virtual time. The header is the product's.
+// sysfs files, each costing a microsecond of virtual time. The header is the product's; removeDriver and
+// toggleValue are left out, as the code under test never calls them (the link would say so).
 #include "GpioPinController.h"
 
 #include "FuzzSupport.h"
@@ -37,12 +38,6 @@ bool GpioPinController::createDriver()
     return true;
 }
 
-bool GpioPinController::removeDriver()
-{
-    fuzzsupport::lineBank().unexportLine(m_pinNumber.toStdString(), operationTime());
-    return true;
-}
-
 bool GpioPinController::setDirection(QString direction)
 {
     if (m_direction_fd != OPENED)
@@ -65,13 +60,4 @@ QString GpioPinController::getValue()
         return "-1";
     const std::string text = fuzzsupport::lineBank().readValue(m_pinNumber.toInt(), operationTime());
     return QString(QChar(text.empty() ? '\0' : text[0]));
-}
-
-void GpioPinController::toggleValue()
-{
-    const int level = getValue().toInt(nullptr, 10);
-    if (level == 0)
-        setValue("1");
-    else if (level == 1)
-        setValue("0");
 }
