@@ -1,11 +1,12 @@
 // The ESA board loader of the progress screen with its switch opened (as the loader tests do): one to
 // three loads per input, each with an image made here, the boards' replies delivered as the serial port
 // would, one chunk per turn of the loader's wait loop. Checks, beyond crashes and sanitizer findings:
-// - every write to the boards is "B", "2", "3", EOT or a 133-byte packet: SOH, the block number counting
-//   from 0 and its complement, the image's next 128 bytes (the last block filled with 0x1A) and their
-//   CRC-16/XMODEM, high byte first;
+// - a load starts with "B" (once per board) and "2" or "3"; after that every write is EOT or a 133-byte
+//   packet: SOH, the block number counting from 0 and its complement, the image's next 128 bytes (the
+//   last block filled with 0x1A) and their CRC-16/XMODEM, high byte first;
 // - a load reports success exactly when EOT followed the image's last block.
 #include "../../tests/support/EsaLoaderAccess.h"
+#include "EsaBoards.h"
 #include "FuzzSupport.h"
 #include "TtyHandler.h"
 #include "UpdaterProgressScreen.h"
@@ -18,19 +19,8 @@
 
 namespace {
 
-const char SOH = 0x01, EOT = 0x04;
-const int BLOCK = 128, PACKET = 133;
-
-quint16 crcXmodem(const QByteArray& data)
-{
-    quint16 crc = 0;
-    for (char c : data) {
-        crc ^= quint16(quint8(c) << 8);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = (crc & 0x8000) ? quint16((crc << 1) ^ 0x1021) : quint16(crc << 1);
-    }
-    return crc;
-}
+const char EOT = sim::esa::EOT;
+const int BLOCK = int(sim::esa::blockSize), PACKET = int(sim::esa::packetSize);
 
 // The image lies beside the package folder: the loader appends its argument to "/tmp/firmware_update",
 // so "-fuzz-<pid>.bin" names a file of this process only.
@@ -98,26 +88,19 @@ void checkLoad(const QList<QByteArray>& writes, const QByteArray& image, int res
         const QString shown = QString::fromLatin1(w.left(8).toHex(' ')) + (w.size() > 8 ? " ..." : "");
         FUZZ_CHECK(!eot, "bytes sent after EOT: " + shown);
         if (w.size() == 1) {
-            FUZZ_CHECK(w == "B" || w == "2" || w == "3" || w[0] == EOT,
-                       "a stray byte to the board: " + shown);
-            eot = w[0] == EOT;
-            if (eot)
-                FUZZ_CHECK(block * BLOCK >= image.size(),
-                           QString("EOT after %1 of %2 bytes").arg(block * BLOCK).arg(image.size()));
+            FUZZ_CHECK(w[0] == EOT, "a stray byte to the board after the load began: " + shown);
+            FUZZ_CHECK(block * BLOCK >= image.size(),
+                       QString("EOT after %1 of %2 bytes").arg(block * BLOCK).arg(image.size()));
+            eot = true;
             continue;
         }
         FUZZ_CHECK(w.size() == PACKET,
                    QString("a write of %1 bytes, neither packet nor EOT: ").arg(w.size()) + shown);
-        FUZZ_CHECK(w[0] == SOH, "packet without SOH: " + shown);
-        FUZZ_CHECK(quint8(w[1]) == block % 256 && quint8(w[2]) == 255 - block % 256,
-                   QString("packet %1 carries number %2/%3").arg(block).arg(quint8(w[1])).arg(quint8(w[2])));
-        QByteArray expected = image.mid(block * BLOCK, BLOCK);
-        expected.append(QByteArray(BLOCK - expected.size(), 0x1A));
-        FUZZ_CHECK(w.mid(3, BLOCK) == expected,
-                   QString("packet %1 does not carry the image's bytes").arg(block));
-        const quint16 crc = crcXmodem(expected);
-        FUZZ_CHECK(quint8(w[131]) == crc >> 8 && quint8(w[132]) == (crc & 0xFF),
-                   QString("packet %1 has a wrong CRC").arg(block));
+        // The packet as the boards' model builds it, from the protocol: number, complement, filling, CRC.
+        const QByteArray data = image.mid(block * BLOCK, BLOCK);
+        const std::string expected = sim::esa::packet(std::uint8_t(block % 256), data.toStdString());
+        FUZZ_CHECK(w.toStdString() == expected,
+                   QString("packet %1 differs from the image's block: ").arg(block) + shown);
         ++block;
     }
     FUZZ_CHECK((result == 0) == eot,
@@ -150,7 +133,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const auto board = UpdaterProgressScreen::ESA_BOARD_ID(kind & 1);
         const auto type = UpdaterProgressScreen::ESA_UPDATE_TYPE((kind >> 1) & 1);
         // Up to 300 blocks, so that block 255 is followed by block 0.
-        const int imageSize = (in.byte() << 8 | in.byte()) % (300 * BLOCK + 1);
+        const int sizeHigh = in.byte();
+        const int imageSize = (sizeHigh << 8 | in.byte()) % (300 * BLOCK + 1);
         QByteArray image(imageSize, '\0');
         for (int i = 0; i < imageSize; ++i)
             image[i] = char((i * 29 + kind) & 0xFF);

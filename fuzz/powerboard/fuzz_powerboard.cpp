@@ -7,6 +7,7 @@
 //   whose stuffed body holds no bare STX or ETX.
 #include "FuzzSupport.h"
 #include "PowerBoardManager.h"
+#include "PowerBoardPeer.h"
 #include "TtyHandler.h"
 
 #include <QCoreApplication>
@@ -14,52 +15,36 @@
 
 namespace {
 
-const char STX = 0x02, ETX = 0x03, ESC = 0x7F, ACK = 0x06, NAK = 0x15;
+const char STX = 0x02, ETX = 0x03, ACK = 0x06, NAK = 0x15;
 const char* DEVICE = "/dev/fuzz-power-board";
 
-QByteArray unstuff(QByteArray body)
+QByteArray fromBytes(const sim::Bytes& bytes)
 {
-    body.replace(QByteArray("\x7f\x7f"), QByteArray(1, ESC));
-    body.replace(QByteArray("\x7f\xf2"), QByteArray(1, STX));
-    body.replace(QByteArray("\x7f\xf3"), QByteArray(1, ETX));
-    return body;
+    return QByteArray(reinterpret_cast<const char*>(bytes.data()), int(bytes.size()));
 }
 
-// A frame as the board would send it: id, length, payload and a 16-bit checksum starting at 1, stuffed.
-QByteArray boardFrame(quint8 id, const QByteArray& payload)
+sim::Bytes toBytes(const QByteArray& bytes)
 {
-    QByteArray body;
-    body.append(char(payload.size() & 0xFF)).append(char(payload.size() >> 8)).append(payload);
-    quint16 sum = quint16(1 + id);
-    for (char c : body)
-        sum = quint16(sum + quint8(c));
-    body.append(char(sum & 0xFF)).append(char(sum >> 8));
-    body.replace(QByteArray(1, ESC), "\x7f\x7f");
-    body.replace(QByteArray(1, STX), "\x7f\xf2");
-    body.replace(QByteArray(1, ETX), "\x7f\xf3");
-    return STX + (char(id) + body) + ETX;
+    return sim::Bytes(bytes.begin(), bytes.end());
 }
 
+// Each write is checked against the power board's own framing (its model, written from the protocol).
 void checkWrite(const QByteArray& bytes)
 {
     if (bytes.isEmpty())
         return; // a resend before anything was sent repeats the empty frame buffer: nothing on the wire
     const QString shown = QString::fromLatin1(bytes.toHex(' '));
     FUZZ_CHECK(bytes.size() >= 4 && bytes.front() == STX && bytes.back() == ETX, "not a frame: " + shown);
+    const quint8 id = quint8(bytes[1]);
     if (bytes.size() == 4 && (bytes[1] == ACK || bytes[1] == NAK))
         return;
-    const quint8 id = quint8(bytes[1]);
-    FUZZ_CHECK(id >= 4 && id <= 126, "command frame with id out of 4..126: " + shown);
-    const QByteArray stuffed = bytes.mid(2, bytes.size() - 3);
-    FUZZ_CHECK(!stuffed.contains(STX) && !stuffed.contains(ETX), "bare STX/ETX inside a frame: " + shown);
-    const QByteArray body = unstuff(stuffed);
-    FUZZ_CHECK(body.size() >= 4, "command frame too short: " + shown);
-    const int length = quint8(body[0]) + 256 * quint8(body[1]);
-    FUZZ_CHECK(body.size() == length + 4, "length field does not match the payload: " + shown);
-    quint16 sum = quint16(1 + id);
-    for (int i = 0; i < length + 2; ++i)
-        sum = quint16(sum + quint8(body[i]));
-    FUZZ_CHECK(sum == quint8(body[length + 2]) + 256 * quint8(body[length + 3]), "wrong checksum: " + shown);
+    FUZZ_CHECK(id >= sim::powerboard::firstId && id <= sim::powerboard::lastId,
+               "command frame with id out of 4..126: " + shown);
+    const std::optional<sim::Bytes> body = sim::powerboard::unstuff(toBytes(bytes.mid(2, bytes.size() - 3)));
+    FUZZ_CHECK(body && body->size() >= 4, "command frame with a broken escape or too short: " + shown);
+    const sim::Bytes payload(body->begin() + 2, body->end() - 2);
+    FUZZ_CHECK(fromBytes(sim::powerboard::encodeFrame(id, payload)) == bytes,
+               "command frame with a wrong length, checksum or stuffing: " + shown);
 }
 
 class PacketCheck : public QObject
@@ -160,7 +145,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         case 3: {
             // A well-formed frame from the board, possibly split over two reads.
             const quint8 id = in.byte();
-            const QByteArray frame = boardFrame(id, in.bytes(in.byte() % 24));
+            const QByteArray frame =
+                fromBytes(sim::powerboard::encodeFrame(id, toBytes(in.bytes(in.byte() % 24))));
             const int split = in.byte() % (frame.size() + 1);
             deliver(tty, frame.left(split));
             deliver(tty, frame.mid(split));
