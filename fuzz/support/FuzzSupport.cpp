@@ -161,19 +161,33 @@ ssize_t __real_read(int fd, void* buffer, size_t size);
 ssize_t __real_write(int fd, const void* buffer, size_t size);
 int __real_close(int fd);
 
-int __wrap_open(const char* path, int flags, ...)
+int __real_open64(const char* path, int flags, ...);
+
+static int openSerialOr(int (*realOpen)(const char*, int, ...), const char* path, int flags, mode_t mode)
 {
-    mode_t mode = 0;
-    if (flags & (O_CREAT | O_TMPFILE)) {
-        va_list args;
-        va_start(args, flags);
-        mode = mode_t(va_arg(args, int));
-        va_end(args);
-    }
     SerialLine& line = SerialLine::instance();
     if (path && !line.devicePath().empty() && line.devicePath() == path)
         return line.open();
-    return __real_open(path, flags, mode);
+    return realOpen(path, flags, mode);
+}
+
+int __wrap_open(const char* path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
+    va_end(args);
+    return openSerialOr(__real_open, path, flags, mode);
+}
+
+// Where large-file support renames open (32-bit builds), the serial device is caught here.
+int __wrap_open64(const char* path, int flags, ...)
+{
+    va_list args;
+    va_start(args, flags);
+    const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) ? mode_t(va_arg(args, int)) : 0;
+    va_end(args);
+    return openSerialOr(__real_open64, path, flags, mode);
 }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size)
