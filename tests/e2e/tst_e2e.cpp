@@ -174,7 +174,8 @@ private slots:
         QVERIFY2(seen.contains("Programming PIC: ") && seen.last().startsWith("Update complete"),
                  qPrintable(run.view.join('\n')));
         // Flash as erased, the reset vector included: the record was skipped, not written at 0.
-        QVERIFY2(run.verify.contains("ok      PIC:/wrap.hex: PIC flash equals the HEX (0 code bytes, rest erased)"),
+        QVERIFY2(run.verify.contains(
+                     "ok      PIC:/wrap.hex: PIC flash equals the HEX (0 code bytes, rest erased)"),
                  qPrintable(run.verify));
     }
 
