@@ -153,6 +153,32 @@ private slots:
         QVERIFY2(run.verify.contains("ESA boards untouched (boot requests: 0)"), qPrintable(run.verify));
     }
 
+    void hexRecordWrappingPast32BitsIsSkipped()
+    {
+        // A 4-byte record at 0xFFFFFFFE: its end wraps to 2, which must not make it a flash record.
+        const QString dir = m_work.path() + "/packages/wrap";
+        QVERIFY(QDir().mkpath(dir + "/firmware_update"));
+        for (const auto& [name, text] :
+             {std::pair{"update_config", "PIC:/wrap.hex\n"},
+              std::pair{"wrap.hex", ":02000004FFFFFC\n:04FFFE00DEADBEEFC7\n:00000001FF\n"}}) {
+            QFile file(dir + "/firmware_update/" + name);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(text) > 0);
+        }
+        QCOMPARE(QProcess::execute("tar", {"-cjf", dir + "/WrapM_firmware_update_1.0.tar.bz2", "-C", dir,
+                                           "firmware_update"}),
+                 0);
+        const Run run = runJob("stick", package("wrap"));
+        QVERIFY2(run.exitCode == 0, qPrintable(run.output));
+        QStringList seen = run.view;
+        seen.removeAll(QString());
+        QVERIFY2(seen.contains("Programming PIC: ") && seen.last().startsWith("Update complete"),
+                 qPrintable(run.view.join('\n')));
+        // Flash as erased, the reset vector included: the record was skipped, not written at 0.
+        QVERIFY2(run.verify.contains(
+                     "ok      PIC:/wrap.hex: PIC flash equals the HEX (0 code bytes, rest erased)"),
+                 qPrintable(run.verify));
+    }
+
     void noPackageOnTheStick()
     {
         const Run run = runJob("stick", QString());

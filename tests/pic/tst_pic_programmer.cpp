@@ -279,6 +279,9 @@ void TestPicProgrammer::programRecords_data()
                hexRecord(0x000D, bytes(1, 5)) + hexRecord(0, hex("00F0"), 4) +
                hexRecord(0x0000, bytes(16, 6)) + END
         << true << 0 << QByteArray() << "clocks 0, mode_entries 0";
+    QTest::newRow("record at 0xFFFFFFFE whose end wraps past 32 bits is skipped, reset vector untouched")
+        << QByteArray(":02000004FFFFFC\n:04FFFE00DEADBEEFC7\n") + END << true << 0 << hex("ffffffff")
+        << "clocks 0, mode_entries 0";
     QTest::newRow("14 configuration bytes after an extended address, not verified")
         << hexRecord(0, hex("0030"), 4) + hexRecord(0x0000, bytes(CONFIG_SIZE, 0x40)) + END << true << 0x10000
         << bytes(CONFIG_SIZE, 0x40) << "config_writes 14, command_9 0";

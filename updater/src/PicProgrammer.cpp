@@ -294,9 +294,12 @@ quint8 PicProgrammer::u8PicWriteRecord()
     int int_len = Flash_Data_Len;
     quint32 u32PicAddress = Flash_Address;
 
-    if (u32PicAddress + quint32(int_len) > FLASH_RECORD_LIMIT) {
+    // The end is summed in 64 bits: a record near the top of the 32-bit address space must not wrap
+    // around into flash (and onto the reset vector).
+    if (quint64(u32PicAddress) + quint64(int_len) > FLASH_RECORD_LIMIT) {
         // Records touching 0xFFFE/0xFFFF, anything between flash and the configuration bytes (ID
-        // locations, EEPROM data) and records beyond the last configuration byte are skipped.
+        // locations, EEPROM data) and records beyond the last configuration byte are skipped. Below
+        // 0x30000D the address cannot wrap while it rises.
         if (u32PicAddress >= LAST_CONFIG_ADDRESS || u32PicAddress < CONFIG_ADDRESS)
             return 0;
         for (int i = 0; i < int_len && u32PicAddress <= LAST_CONFIG_ADDRESS; ++i, ++u32PicAddress)
@@ -320,7 +323,10 @@ quint8 PicProgrammer::u8PicWriteRecord()
         FlashWords[int_len++] = u8ReadNextAddress();
     }
 
-    // One write per 64-byte row the record touches.
+    // One write per 64-byte row the record touches; an empty record (only ever passed in directly)
+    // touches none, and its last byte would lie before its first.
+    if (int_len == 0)
+        return u8VerifyPicRecord();
     u8DataOffset = 0;
     quint16 u16StartBlock = quint16((u32PicAddress & 0xFFFF) >> 6);
     const quint16 u16EndBlock = quint16(((u32PicAddress & 0xFFFF) + quint32(int_len) - 1) >> 6);
