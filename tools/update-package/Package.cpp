@@ -90,7 +90,7 @@ std::optional<Package> readArchive(const QString& path, QString& error)
     archive_read_support_format_tar(a.get());
     archive_read_support_format_gnutar(a.get());
     if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) != ARCHIVE_OK) {
-        error = QStringLiteral("%1: cannot be read: %2").arg(path, QString::fromUtf8(archive_error_string(a.get())));
+        error = QStringLiteral("%1: not a readable tar archive: %2").arg(path, QString::fromUtf8(archive_error_string(a.get())));
         return std::nullopt;
     }
     Package pkg;

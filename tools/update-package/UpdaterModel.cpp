@@ -344,7 +344,7 @@ bool tarMembers(const QByteArray& data, QStringList& names)
         return false;
     archive_entry* header = nullptr;
     int r = ARCHIVE_OK;
-    while ((r = archive_read_next_header(a.get(), &header)) >= ARCHIVE_WARN) {
+    while ((r = archive_read_next_header(a.get(), &header)) == ARCHIVE_OK || r == ARCHIVE_WARN) {
         QString name = QString::fromUtf8(archive_entry_pathname(header));
         if (archive_entry_filetype(header) == AE_IFDIR && !name.endsWith('/'))
             name += '/';
