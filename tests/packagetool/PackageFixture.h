@@ -24,15 +24,29 @@ inline const QString baseConfig = QStringLiteral("APP:/mainApp\nFILE:/etc/x.conf
 
 struct FileSpec
 {
-    enum Kind { File, Folder, Remove } kind = File;
+    enum Kind
+    {
+        File,
+        Folder,
+        Remove
+    } kind = File;
     QByteArray data;
     int mode = 0644;
 };
 using Files = QMap<QString, FileSpec>;
 
-inline FileSpec file(const QByteArray& data, int mode = 0644) { return {FileSpec::File, data, mode}; }
-inline FileSpec folder() { return {FileSpec::Folder, {}, 0755}; }
-inline FileSpec removed() { return {FileSpec::Remove, {}, 0}; }
+inline FileSpec file(const QByteArray& data, int mode = 0644)
+{
+    return {FileSpec::File, data, mode};
+}
+inline FileSpec folder()
+{
+    return {FileSpec::Folder, {}, 0755};
+}
+inline FileSpec removed()
+{
+    return {FileSpec::Remove, {}, 0};
+}
 
 struct Run
 {
@@ -40,7 +54,8 @@ struct Run
     QString out, err;
 };
 
-inline Run run(const QString& program, const QStringList& args, const QString& workDir = QString(), int timeoutMs = 120000)
+inline Run run(const QString& program, const QStringList& args, const QString& workDir = QString(),
+               int timeoutMs = 120000)
 {
     QProcess p;
     if (!workDir.isEmpty())
@@ -60,7 +75,11 @@ inline Run run(const QString& program, const QStringList& args, const QString& w
 inline QByteArray record(quint8 type, quint16 offset, const QByteArray& data)
 {
     QByteArray bytes;
-    bytes.append(char(data.size())).append(char(offset >> 8)).append(char(offset & 0xFF)).append(char(type)).append(data);
+    bytes.append(char(data.size()))
+        .append(char(offset >> 8))
+        .append(char(offset & 0xFF))
+        .append(char(type))
+        .append(data);
     quint8 sum = 0;
     for (char c : bytes)
         sum += quint8(c);
@@ -107,7 +126,8 @@ inline Lint lint(const QString& path)
     l.text = r.out + r.err;
     for (const QJsonValue v : QJsonDocument::fromJson(r.out.toUtf8()).object().value("findings").toArray()) {
         const QJsonObject o = v.toObject();
-        l.findings.push_back({o.value("severity").toString(), o.value("line").toInt(), o.value("message").toString()});
+        l.findings.push_back(
+            {o.value("severity").toString(), o.value("line").toInt(), o.value("message").toString()});
     }
     return l;
 }
@@ -123,12 +143,14 @@ public:
     {
         base = dir.path() + "/base";
         QDir().mkpath(base + "/etc");
-        QByteArray app("\x7f" "ELF stand-in for the application\n");
+        QByteArray app("\x7f"
+                       "ELF stand-in for the application\n");
         QByteArray kernel;
         for (int i = 0; i < 4096; ++i)
             kernel.append(char((i * 7 + 3) & 0xFF));
         if (!writeFile(base + "/mainApp", app, 0755) || !writeFile(base + "/etc/x.conf", "mode=field\n") ||
-            !writeFile(base + "/uImage", kernel) || !writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755))
+            !writeFile(base + "/uImage", kernel) ||
+            !writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755))
             return false;
         const QString modules = dir.path() + "/modroot/lib/modules/4.19.0-instrument/extra";
         if (!writeFile(modules + "/keypad.ko", "module\n"))
@@ -137,7 +159,8 @@ public:
                 dir.path() + "/modroot")
                 .exitCode != 0)
             return false;
-        if (run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path()).exitCode != 0)
+        if (run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path())
+                .exitCode != 0)
             return false;
         for (const QString& junk : QDir(base).entryList({"board.cod", "board.lst"}))
             QFile::remove(base + '/' + junk);

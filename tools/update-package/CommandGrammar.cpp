@@ -20,19 +20,21 @@ const std::vector<Command>& commands()
          "Failed - Updating the updater app with: %1", "replaces the updater program"},
         {"MODULES", Match::Equal, Action::Modules, "Updating Linux modules with: %1",
          "Failed - Updating Linux modules with: %1", "replaces /lib/modules from a tar archive"},
-        {"SCRIPT", Match::Equal, Action::Script, "Running script file: %1", "Failed - Running script file: %1",
-         "runs a script of the package"},
-        {"PIC", Match::Contains, Action::Pic, "Updating PIC %1 with file: %2", "Failed - Updating PIC[%1] with file %2",
-         "programs the PIC from Intel HEX"},
+        {"SCRIPT", Match::Equal, Action::Script, "Running script file: %1",
+         "Failed - Running script file: %1", "runs a script of the package"},
+        {"PIC", Match::Contains, Action::Pic, "Updating PIC %1 with file: %2",
+         "Failed - Updating PIC[%1] with file %2", "programs the PIC from Intel HEX"},
         {"ESA_IO_APP", Match::Contains, Action::Esa, "Updating ESA IO Board Application with file: %1",
          "Failed - Updating ESA IO Board Application with file: %1", "loads the IO board application"},
-        {"ESA_M_APP", Match::Contains, Action::Esa, "Updating ESA Measurement Board Application with file: %1",
+        {"ESA_M_APP", Match::Contains, Action::Esa,
+         "Updating ESA Measurement Board Application with file: %1",
          "Failed - Updating ESA Measurement Board Application with file: %1",
          "loads the Measurement board application"},
         {"ESA_IO_EEP", Match::Contains, Action::Esa, "Updating ESA IO Board EEPROM with file: %1",
          "Failed - Updating ESA IO Board EEPROM with file: %1", "loads the IO board EEPROM"},
         {"ESA_M_EEP", Match::Contains, Action::Esa, "Updating ESA Measurement Board EEPROM with file: %1",
-         "Failed - Updating ESA Measurement Board EEPROM with file: %1", "loads the Measurement board EEPROM"},
+         "Failed - Updating ESA Measurement Board EEPROM with file: %1",
+         "loads the Measurement board EEPROM"},
     };
     return table;
 }
@@ -47,7 +49,10 @@ const Command* match(const QString& keyword)
     return nullptr;
 }
 
-QStringList split(const QString& line) { return line.split(QLatin1Char(':'), Qt::KeepEmptyParts, Qt::CaseSensitive); }
+QStringList split(const QString& line)
+{
+    return line.split(QLatin1Char(':'), Qt::KeepEmptyParts, Qt::CaseSensitive);
+}
 
 QString remount(SystemType type)
 {

@@ -8,9 +8,30 @@
 
 namespace grammar {
 
-enum class Match { Equal, Contains };
-enum class Action { System, App, Kernel, Image, File, Updater, Modules, Script, Pic, Esa };
-enum class SystemType { SdCard, Nand, Unknown };
+enum class Match
+{
+    Equal,
+    Contains
+};
+enum class Action
+{
+    System,
+    App,
+    Kernel,
+    Image,
+    File,
+    Updater,
+    Modules,
+    Script,
+    Pic,
+    Esa
+};
+enum class SystemType
+{
+    SdCard,
+    Nand,
+    Unknown
+};
 
 struct Command
 {
@@ -38,7 +59,8 @@ inline const QString badFormat = QStringLiteral("Bad command format.   ");
 inline const QString unknownCommand = QStringLiteral("Unknown command: %1:%2");
 inline const QString systemSet = QStringLiteral("System Type set to: %1");
 inline const QString systemUnknown = QStringLiteral("System Type error: Unknown Type: %1");
-inline const QString imageWrongType = QStringLiteral("Failed - Updating root image with file: %1\nWrong System type");
+inline const QString imageWrongType =
+    QStringLiteral("Failed - Updating root image with file: %1\nWrong System type");
 inline const QString esaDisabled = QStringLiteral("Failed - AVR updates not enabled");
 inline const QString picEraseError = QStringLiteral("PIC Erase Error");
 inline const QString finalising = QStringLiteral("Finalising update, please wait. ");

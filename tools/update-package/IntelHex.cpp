@@ -19,7 +19,8 @@ QString shapeProblem(const Record& r)
 {
     switch (r.type) {
     case EndOfFile:
-        return r.data.isEmpty() ? QString() : QStringLiteral("end-of-file record with %1 data bytes").arg(r.data.size());
+        return r.data.isEmpty() ? QString()
+                                : QStringLiteral("end-of-file record with %1 data bytes").arg(r.data.size());
     case ExtendedSegmentAddress:
     case ExtendedLinearAddress:
         if (r.data.size() != 2)
@@ -28,7 +29,8 @@ QString shapeProblem(const Record& r)
     case StartSegmentAddress:
     case StartLinearAddress:
         return r.data.size() == 4 ? QString()
-                                  : QStringLiteral("start address record with %1 data bytes (4 expected)").arg(r.data.size());
+                                  : QStringLiteral("start address record with %1 data bytes (4 expected)")
+                                        .arg(r.data.size());
     default:
         return QString();
     }
@@ -73,7 +75,8 @@ File parse(const QByteArray& text)
             bytes.append(char(high * 16 + low));
         }
         if (!digits || bytes.size() < 5) {
-            problem(QStringLiteral("malformed record: not an even number of hex digits after ':' or too short"));
+            problem(
+                QStringLiteral("malformed record: not an even number of hex digits after ':' or too short"));
             continue;
         }
         const int count = quint8(bytes[0]);

@@ -9,7 +9,8 @@
 
 namespace hex {
 
-enum RecordType : quint8 {
+enum RecordType : quint8
+{
     Data = 0,
     EndOfFile = 1,
     ExtendedSegmentAddress = 2,

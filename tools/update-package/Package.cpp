@@ -90,7 +90,8 @@ std::optional<Package> readArchive(const QString& path, QString& error)
     archive_read_support_format_tar(a.get());
     archive_read_support_format_gnutar(a.get());
     if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) != ARCHIVE_OK) {
-        error = QStringLiteral("%1: not a readable tar archive: %2").arg(path, QString::fromUtf8(archive_error_string(a.get())));
+        error = QStringLiteral("%1: not a readable tar archive: %2")
+                    .arg(path, QString::fromUtf8(archive_error_string(a.get())));
         return std::nullopt;
     }
     Package pkg;
@@ -102,10 +103,12 @@ std::optional<Package> readArchive(const QString& path, QString& error)
         if (r == ARCHIVE_EOF)
             break;
         if (r < ARCHIVE_WARN) {
-            const QString where = pkg.entries.empty()
-                                      ? QStringLiteral("not a tar archive")
-                                      : QStringLiteral("truncated or corrupt after entry '%1'").arg(pkg.entries.back().name);
-            error = QStringLiteral("%1: %2 (%3)").arg(path, where, QString::fromUtf8(archive_error_string(a.get())));
+            const QString where =
+                pkg.entries.empty()
+                    ? QStringLiteral("not a tar archive")
+                    : QStringLiteral("truncated or corrupt after entry '%1'").arg(pkg.entries.back().name);
+            error = QStringLiteral("%1: %2 (%3)")
+                        .arg(path, where, QString::fromUtf8(archive_error_string(a.get())));
             return std::nullopt;
         }
         if (pkg.entries.empty())
@@ -121,7 +124,8 @@ std::optional<Package> readArchive(const QString& path, QString& error)
         else if (const char* target = archive_entry_symlink(header))
             entry.link = QString::fromUtf8(target);
         if (entry.type == EntryType::File && !readData(a.get(), entry, error)) {
-            error = QStringLiteral("%1: truncated or corrupt archive inside entry '%2' (%3)").arg(path, entry.name, error);
+            error = QStringLiteral("%1: truncated or corrupt archive inside entry '%2' (%3)")
+                        .arg(path, entry.name, error);
             return std::nullopt;
         }
         pkg.entries.push_back(std::move(entry));
@@ -150,7 +154,9 @@ std::optional<Package> readFolder(const QString& path, QString& error)
         names << it.next();
     names.sort();
     for (const QString& file : names) {
-        struct stat st {};
+        struct stat st
+        {
+        };
         if (::lstat(QFile::encodeName(file).constData(), &st) != 0) {
             error = QStringLiteral("%1: cannot be read").arg(file);
             return std::nullopt;
@@ -222,14 +228,16 @@ bool write(const Package& pkg, const QString& folder, const QString& target, QSt
     archive_write_add_filter_bzip2(a.get());
     archive_write_set_format_pax_restricted(a.get());
     auto fail = [&](const QString& what) {
-        error = QStringLiteral("%1: %2: %3").arg(target, what, QString::fromUtf8(archive_error_string(a.get())));
+        error =
+            QStringLiteral("%1: %2: %3").arg(target, what, QString::fromUtf8(archive_error_string(a.get())));
         out.cancelWriting();
         return false;
     };
     if (archive_write_open(a.get(), &out, nullptr, writeToSaveFile, nullptr) != ARCHIVE_OK)
         return fail(QStringLiteral("cannot start the archive"));
     for (const Entry& entry : pkg.entries) {
-        std::unique_ptr<archive_entry, decltype(&archive_entry_free)> header(archive_entry_new(), archive_entry_free);
+        std::unique_ptr<archive_entry, decltype(&archive_entry_free)> header(archive_entry_new(),
+                                                                             archive_entry_free);
         archive_entry_set_pathname(header.get(), entry.name.toUtf8().constData());
         archive_entry_set_perm(header.get(), mode_t(entry.mode));
         archive_entry_set_uname(header.get(), "root");

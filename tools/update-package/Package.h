@@ -14,15 +14,22 @@ inline const QString commandListPath = QStringLiteral("firmware_update/update_co
 // Payloads larger than this are hashed but not kept in memory (no command list or HEX file is that big).
 inline constexpr qint64 keepLimit = 64 * 1024 * 1024;
 
-enum class EntryType { File, Directory, Symlink, Hardlink, Other };
+enum class EntryType
+{
+    File,
+    Directory,
+    Symlink,
+    Hardlink,
+    Other
+};
 
 struct Entry
 {
     QString name; // as stored, e.g. "firmware_update/etc/x.conf" ("./" and a trailing "/" dropped)
     EntryType type = EntryType::File;
-    int mode = 0;  // permission bits
+    int mode = 0; // permission bits
     qint64 size = 0;
-    QString link;  // target of a link
+    QString link;    // target of a link
     QByteArray data; // the contents, when size <= keepLimit
     QByteArray sha256;
     bool kept() const { return type == EntryType::File && size <= keepLimit; }

@@ -19,7 +19,10 @@ QString trimmedEnd(QString text)
     return text;
 }
 
-QString firstLine(const QString& text) { return trimmedEnd(text.section(QLatin1Char('\n'), 0, 0)); }
+QString firstLine(const QString& text)
+{
+    return trimmedEnd(text.section(QLatin1Char('\n'), 0, 0));
+}
 
 bool isFailureLine(const QString& line)
 {
@@ -108,7 +111,8 @@ QString modelsSay(const QString& verify, const QString& command)
 
 bool Agreement::agrees() const
 {
-    return endAgrees && std::all_of(lines.begin(), lines.end(), [](const LineVerdict& l) { return l.agrees; });
+    return endAgrees &&
+           std::all_of(lines.begin(), lines.end(), [](const LineVerdict& l) { return l.agrees; });
 }
 
 Agreement compare(const model::Analysis& analysis, const QString& viewText)
@@ -166,7 +170,10 @@ Agreement compare(const model::Analysis& analysis, const QString& viewText)
     return result;
 }
 
-QString repoDir() { return QStringLiteral(PROJECT_SOURCE_DIR); }
+QString repoDir()
+{
+    return QStringLiteral(PROJECT_SOURCE_DIR);
+}
 
 QString defaultBuildDir()
 {
@@ -176,10 +183,12 @@ QString defaultBuildDir()
 
 int run(const Options& options, const model::Analysis& analysis)
 {
-    for (const char* part : {"updater/updater", "sim/instrument/sim-instrument", "sim/probe/plugins/generic/libprobe.so"}) {
+    for (const char* part :
+         {"updater/updater", "sim/instrument/sim-instrument", "sim/probe/plugins/generic/libprobe.so"}) {
         if (!QFileInfo::exists(options.build + '/' + part)) {
-            print(QStringLiteral("update-package preview: %1/%2 is missing: build it first (scripts/update-package "
-                                 "builds what preview needs)")
+            print(QStringLiteral(
+                      "update-package preview: %1/%2 is missing: build it first (scripts/update-package "
+                      "builds what preview needs)")
                       .arg(options.build, part));
             return 2;
         }
@@ -192,8 +201,13 @@ int run(const Options& options, const model::Analysis& analysis)
     print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
               .arg(analysis.packageName, options.pcJob ? "PC" : "memory-stick", out));
     QProcess demo;
-    QStringList args{repoDir() + "/scripts/demo.sh", "--package", QFileInfo(options.package).absoluteFilePath(),
-                     "--out", out, "--build", options.build};
+    QStringList args{repoDir() + "/scripts/demo.sh",
+                     "--package",
+                     QFileInfo(options.package).absoluteFilePath(),
+                     "--out",
+                     out,
+                     "--build",
+                     options.build};
     if (options.pcJob)
         args << "--pc";
     demo.setStandardOutputFile(out + "/preview.log");
@@ -209,7 +223,8 @@ int run(const Options& options, const model::Analysis& analysis)
 
     const QString view = readText(out + "/view.txt");
     if (view.isEmpty()) {
-        print(QStringLiteral("preview: the job did not reach its end (see %1/preview.log and %1/updater.log)").arg(out));
+        print(QStringLiteral("preview: the job did not reach its end (see %1/preview.log and %1/updater.log)")
+                  .arg(out));
         return 1;
     }
     print(QStringLiteral("\n== the message view at the end of the job"));
@@ -228,12 +243,15 @@ int run(const Options& options, const model::Analysis& analysis)
                   .arg(v.line)
                   .arg(v.command, model::effectName(analysis.lines[i].effect), seen,
                        v.agrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES"),
-                       modelsSay(verify, v.command).isEmpty() ? QStringLiteral("(nothing)") : modelsSay(verify, v.command)));
+                       modelsSay(verify, v.command).isEmpty() ? QStringLiteral("(nothing)")
+                                                              : modelsSay(verify, v.command)));
     }
     print(QStringLiteral("end: %1 (lint predicted \"%2\": %3)")
-              .arg(agreement.endSeen, agreement.endExpected.isEmpty() ? QStringLiteral("no end") : agreement.endExpected,
+              .arg(agreement.endSeen,
+                   agreement.endExpected.isEmpty() ? QStringLiteral("no end") : agreement.endExpected,
                    agreement.endAgrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES")));
-    print(QStringLiteral("screenshots: %1/end.png (end of the job), %1/menu.png (back at the menu)").arg(out));
+    print(
+        QStringLiteral("screenshots: %1/end.png (end of the job), %1/menu.png (back at the menu)").arg(out));
     return agreement.endSeen.startsWith(grammar::updateComplete) ? 0 : 1;
 }
 

@@ -35,8 +35,8 @@ Agreement compare(const model::Analysis& analysis, const QString& viewText);
 struct Options
 {
     QString package;
-    QString out;       // results: view.txt, verify.txt, end.png, menu.png
-    QString build;     // build tree with the updater, the simulator and the probe
+    QString out;   // results: view.txt, verify.txt, end.png, menu.png
+    QString build; // build tree with the updater, the simulator and the probe
     bool pcJob = false;
 };
 

@@ -21,7 +21,10 @@ PayloadInfo payloadInfo(const package::Package& pkg, const model::Line& line)
     return {entry->size, QString::fromLatin1(entry->sha256.toHex())};
 }
 
-QJsonArray array(const QStringList& list) { return QJsonArray::fromStringList(list); }
+QJsonArray array(const QStringList& list)
+{
+    return QJsonArray::fromStringList(list);
+}
 
 } // namespace
 
@@ -39,8 +42,8 @@ QString lintText(const model::Analysis& analysis)
         out += QStringLiteral("%1:%2: %3: %4%5\n")
                    .arg(analysis.packageName)
                    .arg(f.line)
-                   .arg(severityName(f.severity), f.line > 0 ? QStringLiteral("[%1] ").arg(f.command) : QString(),
-                        f.message);
+                   .arg(severityName(f.severity),
+                        f.line > 0 ? QStringLiteral("[%1] ").arg(f.command) : QString(), f.message);
     }
     const int warnings = analysis.findings.size() - errors;
     out += QStringLiteral("%1: %2 error%3, %4 warning%5 in %6 command%7\n")
@@ -68,12 +71,17 @@ QByteArray lintJson(const model::Analysis& analysis)
 
 QString inspectText(const package::Package& pkg, const model::Analysis& analysis)
 {
-    QString out = QStringLiteral("%1 (%2, %3 entries)\n").arg(analysis.packageName, pkg.compression).arg(pkg.entries.size());
+    QString out = QStringLiteral("%1 (%2, %3 entries)\n")
+                      .arg(analysis.packageName, pkg.compression)
+                      .arg(pkg.entries.size());
     if (!analysis.packageStop.isEmpty())
-        out += QStringLiteral("  the updater stops before the command list: \"%1\"\n").arg(analysis.packageStop);
+        out +=
+            QStringLiteral("  the updater stops before the command list: \"%1\"\n").arg(analysis.packageStop);
     const auto list = [&](const char* label, const QStringList& items) {
         for (int i = 0; i < items.size(); ++i)
-            out += QStringLiteral("  %1 %2\n").arg(i == 0 ? QString::fromLatin1(label) : QString(), -9).arg(items[i]);
+            out += QStringLiteral("  %1 %2\n")
+                       .arg(i == 0 ? QString::fromLatin1(label) : QString(), -9)
+                       .arg(items[i]);
     };
     for (const model::Line& line : analysis.lines) {
         out += QStringLiteral("line %1: %2\n").arg(line.number).arg(line.text);
@@ -82,14 +90,18 @@ QString inspectText(const package::Package& pkg, const model::Analysis& analysis
         list("writes:", line.writes);
         const PayloadInfo info = payloadInfo(pkg, line);
         if (info.size >= 0)
-            list("payload:", {QStringLiteral("%1  %2  sha256 %3").arg(line.payload, package::sizeText(info.size), info.sha256)});
-        list("PIC:", line.pic.programmed.isEmpty() ? QStringList() : QStringList{"programmed " + line.pic.programmed.join(", ")});
+            list("payload:", {QStringLiteral("%1  %2  sha256 %3")
+                                  .arg(line.payload, package::sizeText(info.size), info.sha256)});
+        list("PIC:", line.pic.programmed.isEmpty()
+                         ? QStringList()
+                         : QStringList{"programmed " + line.pic.programmed.join(", ")});
         list("skipped:", line.pic.skipped);
         list("config:", line.pic.config);
         list("outcome:", {model::effectName(line.effect)});
     }
     out += QStringLiteral("end of the job: %1\n")
-               .arg(analysis.expectedEnd().isEmpty() ? QStringLiteral("never (the updater hangs)") : analysis.expectedEnd());
+               .arg(analysis.expectedEnd().isEmpty() ? QStringLiteral("never (the updater hangs)")
+                                                     : analysis.expectedEnd());
     return out;
 }
 
@@ -105,7 +117,8 @@ QByteArray inspectJson(const package::Package& pkg, const model::Analysis& analy
                            {"outcome", model::effectName(line.effect)}};
         const PayloadInfo info = payloadInfo(pkg, line);
         if (info.size >= 0)
-            object.insert("payload", QJsonObject{{"name", line.payload}, {"size", info.size}, {"sha256", info.sha256}});
+            object.insert("payload",
+                          QJsonObject{{"name", line.payload}, {"size", info.size}, {"sha256", info.sha256}});
         if (line.command && line.command->action == grammar::Action::Pic)
             object.insert("pic", QJsonObject{{"programmed", array(line.pic.programmed)},
                                              {"skipped", array(line.pic.skipped)},

@@ -48,8 +48,14 @@ private:
         if (m_result.packageStop.isEmpty())
             m_result.packageStop = text;
     }
-    void error(const Line& line, const QString& message) { add(Severity::Error, line.number, line.text, message); }
-    void warning(const Line& line, const QString& message) { add(Severity::Warning, line.number, line.text, message); }
+    void error(const Line& line, const QString& message)
+    {
+        add(Severity::Error, line.number, line.text, message);
+    }
+    void warning(const Line& line, const QString& message)
+    {
+        add(Severity::Warning, line.number, line.text, message);
+    }
     void fail(Line& line, const QString& message)
     {
         line.failures << fill(line, line.command->failure);
@@ -59,7 +65,8 @@ private:
     // The PIC failure line names the index as a number (0 when the index text is not one).
     static void picFailed(Line& line)
     {
-        line.failures << QString::fromLatin1(line.command->failure).arg(line.keyword.mid(3).toInt()).arg(line.argument);
+        line.failures
+            << QString::fromLatin1(line.command->failure).arg(line.keyword.mid(3).toInt()).arg(line.argument);
         line.effect = Effect::Fails;
     }
     static QString fill(const Line& line, const char* text)
@@ -95,16 +102,18 @@ void Analyser::checkArchive()
     const Line whole{};
     if (!m_pkg.folder) {
         if (!package::nameMatches(m_pkg.fileName)) {
-            error(whole, QStringLiteral("the updater looks for exactly one file named *M_firmware_update*.tar.bz2 "
-                                        "and will report \"%1\": rename the package, e.g. to "
-                                        "ProductM_firmware_update_1.0.tar.bz2")
-                             .arg(grammar::noPackage));
+            error(whole,
+                  QStringLiteral("the updater looks for exactly one file named *M_firmware_update*.tar.bz2 "
+                                 "and will report \"%1\": rename the package, e.g. to "
+                                 "ProductM_firmware_update_1.0.tar.bz2")
+                      .arg(grammar::noPackage));
             stop(grammar::noPackage);
         }
         if (m_pkg.compression != QLatin1String("bzip2"))
-            warning(whole, QStringLiteral("compressed with %1, not bzip2: the instrument's tar unpacks it all the "
-                                          "same, but update-package build writes bzip2")
-                               .arg(m_pkg.compression));
+            warning(whole,
+                    QStringLiteral("compressed with %1, not bzip2: the instrument's tar unpacks it all the "
+                                   "same, but update-package build writes bzip2")
+                        .arg(m_pkg.compression));
     }
     for (const package::Entry& entry : m_pkg.entries) {
         if (climbsOut(entry.name)) {
@@ -115,31 +124,36 @@ void Analyser::checkArchive()
             continue;
         }
         if (entry.name.startsWith('/')) {
-            warning(whole, QStringLiteral("entry '%1' has an absolute name: tar strips the leading '/' and unpacks "
-                                          "it below /tmp")
-                               .arg(entry.name));
+            warning(whole,
+                    QStringLiteral("entry '%1' has an absolute name: tar strips the leading '/' and unpacks "
+                                   "it below /tmp")
+                        .arg(entry.name));
             continue;
         }
         if (entry.name != package::topFolder && !entry.name.startsWith(package::topFolder + '/')) {
-            warning(whole, QStringLiteral("entry '%1' lies outside firmware_update/: it is unpacked into /tmp but "
-                                          "no command can name it")
-                               .arg(entry.name));
+            warning(whole,
+                    QStringLiteral("entry '%1' lies outside firmware_update/: it is unpacked into /tmp but "
+                                   "no command can name it")
+                        .arg(entry.name));
             continue;
         }
         if (entry.type == package::EntryType::Symlink) {
-            const QString target =
-                QDir::cleanPath(QFileInfo(QLatin1Char('/') + entry.name).path() + QLatin1Char('/') + entry.link);
+            const QString target = QDir::cleanPath(QFileInfo(QLatin1Char('/') + entry.name).path() +
+                                                   QLatin1Char('/') + entry.link);
             if (entry.link.startsWith('/') || !target.startsWith(QLatin1Char('/') + package::topFolder + '/'))
-                error(whole, QStringLiteral("link '%1' points out of the package (%2): a command naming it reads "
-                                            "the instrument's own file")
-                                 .arg(entry.name, entry.link));
+                error(whole,
+                      QStringLiteral("link '%1' points out of the package (%2): a command naming it reads "
+                                     "the instrument's own file")
+                          .arg(entry.name, entry.link));
         } else if (entry.type == package::EntryType::Other) {
-            warning(whole, QStringLiteral("entry '%1' is neither a file, a folder nor a link").arg(entry.name));
+            warning(whole,
+                    QStringLiteral("entry '%1' is neither a file, a folder nor a link").arg(entry.name));
         }
         if (entry.size >= qint64(1) << 30)
-            warning(whole, QStringLiteral("'%1' is %2: the package is unpacked into /tmp on the instrument, which "
-                                          "lives in its memory and will not hold it")
-                               .arg(entry.name, package::sizeText(entry.size)));
+            error(whole,
+                  QStringLiteral("%1 is %2: the package is unpacked into /tmp, which lives in the memory of "
+                                 "the instrument's 32-bit board; unpacking fails with \"%3\"")
+                      .arg(entry.name, package::sizeText(entry.size), grammar::extractFailed));
     }
 }
 
@@ -148,9 +162,10 @@ QStringList Analyser::readCommandList()
     const Line whole{};
     const package::Entry* list = m_pkg.find(package::commandListPath);
     if (!list || list->type != package::EntryType::File) {
-        error(whole, QStringLiteral("no firmware_update/update_config: the updater reports \"%1\" and runs no "
-                                    "command")
-                         .arg(grammar::noCommandList));
+        error(whole,
+              QStringLiteral("no firmware_update/update_config: the updater reports \"%1\" and runs no "
+                             "command")
+                  .arg(grammar::noCommandList));
         stop(grammar::noCommandList);
         return {};
     }
@@ -170,14 +185,16 @@ QStringList Analyser::readCommandList()
         lines << stream.readLine();
     for (const char c : list->data) {
         if (uchar(c) >= 0x80) {
-            warning(whole, QStringLiteral("update_config holds bytes that are not ASCII: paths must match the "
-                                          "package's names byte for byte"));
+            warning(whole,
+                    QStringLiteral("update_config holds bytes that are not ASCII: paths must match the "
+                                   "package's names byte for byte"));
             break;
         }
     }
     if (lines.isEmpty())
-        warning(whole, QStringLiteral("the command list is empty: the updater changes nothing and reports \"%1\"")
-                           .arg(grammar::updateComplete));
+        warning(whole,
+                QStringLiteral("the command list is empty: the updater changes nothing and reports \"%1\"")
+                    .arg(grammar::updateComplete));
     return lines;
 }
 
@@ -188,18 +205,21 @@ const package::Entry* Analyser::payload(Line& line, bool splitAtBlanks)
         // The target command line is split at blanks (quotes group): only trailing blanks are harmless.
         while (!arg.isEmpty() && arg.back().isSpace())
             arg.chop(1);
-        if (arg.contains(QLatin1Char('"')) || std::any_of(arg.begin(), arg.end(), [](QChar c) { return c.isSpace(); })) {
-            fail(line, QStringLiteral("the argument holds a blank or a quote: the target command line is split "
-                                      "there, so the command gets the wrong arguments; remove it"));
+        if (arg.contains(QLatin1Char('"')) ||
+            std::any_of(arg.begin(), arg.end(), [](QChar c) { return c.isSpace(); })) {
+            fail(line,
+                 QStringLiteral("the argument holds a blank or a quote: the target command line is split "
+                                "there, so the command gets the wrong arguments; remove it"));
             return nullptr;
         }
         if (arg != line.argument)
             warning(line, QStringLiteral("the argument ends in a blank: the target command line drops it"));
     }
     if (!arg.startsWith('/')) {
-        fail(line, QStringLiteral("the argument must begin with '/': the updater appends it to %1, which gives "
-                                  "%1%2")
-                       .arg(grammar::unpacked, arg));
+        fail(line,
+             QStringLiteral("the argument must begin with '/': the updater appends it to %1, which gives "
+                            "%1%2")
+                 .arg(grammar::unpacked, arg));
         return nullptr;
     }
     const QString path = QDir::cleanPath(grammar::unpacked + arg);
@@ -211,7 +231,8 @@ const package::Entry* Analyser::payload(Line& line, bool splitAtBlanks)
     const package::Entry* entry = m_pkg.find(name);
     line.payload = name;
     if (!entry) {
-        fail(line, QStringLiteral("the package has no %1: the command fails; add the file or fix the path").arg(name));
+        fail(line, QStringLiteral("the package has no %1: the command fails; add the file or fix the path")
+                       .arg(name));
         return nullptr;
     }
     m_used.insert(name);
@@ -231,17 +252,19 @@ bool Analyser::remount(Line& line, const QString& step)
         m_rootWritable = true;
         return true;
     }
-    fail(line, QStringLiteral("%1 fails: line %2 left the system type unknown, so the remount command is empty")
-                   .arg(step)
-                   .arg(m_systemLine));
+    fail(line,
+         QStringLiteral("%1 fails: line %2 left the system type unknown, so the remount command is empty")
+             .arg(step)
+             .arg(m_systemLine));
     return false;
 }
 
 void Analyser::system(Line& line)
 {
     const QString& arg = line.argument;
-    line.head = (arg == QLatin1String("SDCARD") || arg == QLatin1String("NAND")) ? grammar::systemSet.arg(arg)
-                                                                                 : grammar::systemUnknown.arg(arg);
+    line.head = (arg == QLatin1String("SDCARD") || arg == QLatin1String("NAND"))
+                    ? grammar::systemSet.arg(arg)
+                    : grammar::systemUnknown.arg(arg);
     m_systemLine = line.number;
     if (arg == QLatin1String("SDCARD")) {
         m_systemType = SystemType::SdCard;
@@ -249,13 +272,15 @@ void Analyser::system(Line& line)
     }
     m_systemType = SystemType::Unknown;
     line.effect = Effect::Silent;
-    error(line, arg == QLatin1String("NAND")
-                    ? QStringLiteral("SYSTEM:NAND sets the unknown system type, not NAND: later KERNEL lines are "
-                                     "skipped, IMAGE fails and APP, FILE, UPDATER fail to remount; a NAND package "
-                                     "leaves the SYSTEM line out")
-                    : QStringLiteral("unknown system type '%1': later KERNEL lines are skipped, IMAGE fails and APP, "
-                                     "FILE, UPDATER fail to remount; use SDCARD, or no SYSTEM line for NAND")
-                          .arg(arg));
+    error(
+        line,
+        arg == QLatin1String("NAND")
+            ? QStringLiteral("SYSTEM:NAND sets the unknown system type, not NAND: later KERNEL lines are "
+                             "skipped, IMAGE fails and APP, FILE, UPDATER fail to remount; a NAND package "
+                             "leaves the SYSTEM line out")
+            : QStringLiteral("unknown system type '%1': later KERNEL lines are skipped, IMAGE fails and APP, "
+                             "FILE, UPDATER fail to remount; use SDCARD, or no SYSTEM line for NAND")
+                  .arg(arg));
 }
 
 void Analyser::app(Line& line)
@@ -270,9 +295,10 @@ void Analyser::kernel(Line& line)
 {
     if (m_systemType == SystemType::Unknown) {
         line.effect = Effect::Silent;
-        error(line, QStringLiteral("skipped without a word: line %1 left the system type unknown, so the kernel is "
-                                   "not written and the line counts as done")
-                        .arg(m_systemLine));
+        error(line,
+              QStringLiteral("skipped without a word: line %1 left the system type unknown, so the kernel is "
+                             "not written and the line counts as done")
+                  .arg(m_systemLine));
         return;
     }
     if (m_systemType == SystemType::SdCard) {
@@ -291,13 +317,14 @@ void Analyser::image(Line& line)
     if (m_systemType != SystemType::Nand) {
         line.failures << grammar::imageWrongType.arg(line.argument);
         line.effect = Effect::Fails;
-        error(line, m_systemType == SystemType::SdCard
-                        ? QStringLiteral("IMAGE runs on NAND systems only: after SYSTEM:SDCARD (line %1) it fails "
-                                         "with \"Wrong System type\"")
-                              .arg(m_systemLine)
-                        : QStringLiteral("line %1 left the system type unknown: IMAGE fails with \"Wrong System "
-                                         "type\"")
-                              .arg(m_systemLine));
+        error(line,
+              m_systemType == SystemType::SdCard
+                  ? QStringLiteral("IMAGE runs on NAND systems only: after SYSTEM:SDCARD (line %1) it fails "
+                                   "with \"Wrong System type\"")
+                        .arg(m_systemLine)
+                  : QStringLiteral("line %1 left the system type unknown: IMAGE fails with \"Wrong System "
+                                   "type\"")
+                        .arg(m_systemLine));
         return;
     }
     line.runs << grammar::copyFormatter << grammar::copyImage.arg(line.argument);
@@ -306,10 +333,11 @@ void Analyser::image(Line& line)
     line.runs << grammar::eraseRoot << grammar::formatRoot.arg(line.argument);
     line.writes << QStringLiteral("/dev/mtd1");
     if (line.argument.lastIndexOf('/') > 0)
-        fail(line, QStringLiteral("the image must lie in the package's top folder: it is copied to /tmp under its "
-                                  "own name but formatted from /tmp%1, which does not exist, after /dev/mtd1 was "
-                                  "already erased")
-                       .arg(line.argument));
+        fail(line,
+             QStringLiteral("the image must lie in the package's top folder: it is copied to /tmp under its "
+                            "own name but formatted from /tmp%1, which does not exist, after /dev/mtd1 was "
+                            "already erased")
+                 .arg(line.argument));
 }
 
 // updateRootfs: unmount the card, remount, copy to the same absolute path. False when it fails.
@@ -359,8 +387,9 @@ void Analyser::modules(Line& line)
 {
     line.runs << grammar::removeModules;
     if (!m_rootWritable) {
-        fail(line, QStringLiteral("no earlier APP, FILE or UPDATER line has remounted the root file system "
-                                  "read-write, so \"rm -r /lib/modules/\" fails; put the line after one of them"));
+        fail(line,
+             QStringLiteral("no earlier APP, FILE or UPDATER line has remounted the root file system "
+                            "read-write, so \"rm -r /lib/modules/\" fails; put the line after one of them"));
         return;
     }
     line.runs << grammar::unpackModules.arg(line.argument);
@@ -379,17 +408,20 @@ void Analyser::modules(Line& line)
         while (name.startsWith(QLatin1String("./")))
             name.remove(0, 2);
         if (name == QLatin1String("lib/"))
-            warning(line, QStringLiteral("the archive holds the folder lib/ itself: unpacked over /, it replaces a "
-                                         "/lib that is a link; list files only"));
+            warning(line,
+                    QStringLiteral("the archive holds the folder lib/ itself: unpacked over /, it replaces a "
+                                   "/lib that is a link; list files only"));
         else if (name.startsWith(QLatin1String("lib/modules/")) && !name.endsWith('/'))
             ++modules;
         else if (!name.startsWith(QLatin1String("lib/")))
-            warning(line, QStringLiteral("'%1' in the modules archive lands at /%1 on the instrument").arg(name));
+            warning(line,
+                    QStringLiteral("'%1' in the modules archive lands at /%1 on the instrument").arg(name));
     }
     if (modules == 0) {
         line.effect = Effect::Silent;
-        error(line, QStringLiteral("the archive holds no file under lib/modules/: the old modules are removed and "
-                                   "none are installed (paths must be lib/modules/...)"));
+        error(line,
+              QStringLiteral("the archive holds no file under lib/modules/: the old modules are removed and "
+                             "none are installed (paths must be lib/modules/...)"));
     }
 }
 
@@ -400,13 +432,15 @@ void Analyser::script(Line& line)
     if (!entry || entry->type != package::EntryType::File)
         return;
     if ((entry->mode & 0111) == 0) {
-        fail(line, QStringLiteral("%1 is not executable: the updater starts it directly and fails; set its mode "
-                                  "to 755")
-                       .arg(entry->name));
+        fail(line,
+             QStringLiteral("%1 is not executable: the updater starts it directly and fails; set its mode "
+                            "to 755")
+                 .arg(entry->name));
         return;
     }
     const QByteArray head = entry->data.left(256);
-    if (head.startsWith("\x7f" "ELF"))
+    if (head.startsWith("\x7f"
+                        "ELF"))
         return;
     if (!head.startsWith("#!")) {
         fail(line, QStringLiteral("%1 has no interpreter line: started directly it cannot run; begin it with "
@@ -416,9 +450,10 @@ void Analyser::script(Line& line)
     }
     const QByteArray interpreter = head.mid(2, head.indexOf('\n') < 0 ? -1 : head.indexOf('\n') - 2);
     if (interpreter.endsWith('\r'))
-        fail(line, QStringLiteral("%1 ends its interpreter line with a carriage return: the interpreter is not "
-                                  "found; save it with Unix line ends")
-                       .arg(entry->name));
+        fail(line,
+             QStringLiteral("%1 ends its interpreter line with a carriage return: the interpreter is not "
+                            "found; save it with Unix line ends")
+                 .arg(entry->name));
     else if (!interpreter.trimmed().startsWith('/'))
         fail(line, QStringLiteral("%1: the interpreter line must name an absolute path").arg(entry->name));
 }
@@ -433,13 +468,15 @@ void Analyser::pic(Line& line)
         error(line, message);
     };
     if (line.keyword != QLatin1String("PIC") && !line.keyword.startsWith(QLatin1String("PIC")))
-        warning(line, QStringLiteral("the keyword only contains PIC: the updater takes it as a PIC command with "
-                                     "index text '%1'")
-                          .arg(index));
+        warning(line,
+                QStringLiteral("the keyword only contains PIC: the updater takes it as a PIC command with "
+                               "index text '%1'")
+                    .arg(index));
     else if (!index.isEmpty() && QString::number(number) != index)
-        warning(line, QStringLiteral("the index '%1' is not a number: the updater shows PIC[0] on failure (the "
-                                     "index is not used otherwise)")
-                          .arg(index));
+        warning(line,
+                QStringLiteral("the index '%1' is not a number: the updater shows PIC[0] on failure (the "
+                               "index is not used otherwise)")
+                    .arg(index));
     const QString path = QDir::cleanPath(grammar::unpacked + line.argument);
     const QString name = package::topFolder + path.mid(grammar::unpacked.size());
     const package::Entry* entry = line.argument.startsWith('/') && path.startsWith(grammar::unpacked + '/')
@@ -454,8 +491,9 @@ void Analyser::pic(Line& line)
     m_used.insert(name);
     if (entry->type == package::EntryType::Directory) {
         line.effect = Effect::Hangs;
-        error(line, QStringLiteral("%1 is a folder: the HEX file cannot be opened and the updater waits forever")
-                        .arg(name));
+        error(line,
+              QStringLiteral("%1 is a folder: the HEX file cannot be opened and the updater waits forever")
+                  .arg(name));
         return;
     }
     if (!entry->kept()) {
@@ -487,13 +525,15 @@ void Analyser::picRecords(Line& line, const QString& file, const hex::File& hexF
     int reported = 0, more = 0;
     const auto hexFinding = [&](Severity severity, int hexLine, const QString& message) {
         if (reported++ < hexFindingLimit)
-            add(severity, line.number, line.text, QStringLiteral("%1:%2: %3").arg(file).arg(hexLine).arg(message));
+            add(severity, line.number, line.text,
+                QStringLiteral("%1:%2: %3").arg(file).arg(hexLine).arg(message));
         else
             ++more;
     };
     for (const hex::Problem& problem : hexFile.problems)
         hexFinding(Severity::Error, problem.line,
-                   problem.message + QStringLiteral(": the updater does not check records and uses it as read"));
+                   problem.message +
+                       QStringLiteral(": the updater does not check records and uses it as read"));
 
     std::array<quint8, grammar::flashSize> flash;
     flash.fill(0xFF);
@@ -504,11 +544,12 @@ void Analyser::picRecords(Line& line, const QString& file, const hex::File& hexF
         const int length = record.data.size();
         if (length > grammar::recordBuffer) {
             picFailed(line);
-            hexFinding(Severity::Error, record.line,
-                       QStringLiteral("a record of %1 bytes: the updater takes at most %2 and ends the PIC step "
-                                      "with a failure here; write records of 16 or 32 bytes")
-                           .arg(length)
-                           .arg(grammar::recordBuffer));
+            hexFinding(
+                Severity::Error, record.line,
+                QStringLiteral("a record of %1 bytes: the updater takes at most %2 and ends the PIC step "
+                               "with a failure here; write records of 16 or 32 bytes")
+                    .arg(length)
+                    .arg(grammar::recordBuffer));
             break;
         }
         if (record.type == hex::ExtendedLinearAddress) {
@@ -526,12 +567,13 @@ void Analyser::picRecords(Line& line, const QString& file, const hex::File& hexF
                            .arg(hexNumber(base + record.offset, 6)));
         const quint64 start = quint64(base) + record.offset;
         const quint64 end = start + quint64(length); // one past the last byte
-        const QString span = QStringLiteral("%1-%2").arg(hexNumber(quint32(start), 4), hexNumber(quint32(end - 1), 4));
+        const QString span =
+            QStringLiteral("%1-%2").arg(hexNumber(quint32(start), 4), hexNumber(quint32(end - 1), 4));
         const auto skip = [&](Severity severity, const QString& why) {
             line.pic.skipped << span + QStringLiteral(" (") + why + QLatin1Char(')');
-            hexFinding(severity, record.line, QStringLiteral("%1 bytes at %2 are skipped without a word: %3")
-                                                  .arg(length)
-                                                  .arg(span, why));
+            hexFinding(
+                severity, record.line,
+                QStringLiteral("%1 bytes at %2 are skipped without a word: %3").arg(length).arg(span, why));
             if (severity == Severity::Error)
                 lostData = true;
         };
@@ -542,10 +584,11 @@ void Analyser::picRecords(Line& line, const QString& file, const hex::File& hexF
                 const quint8 value = quint8(record.data[int(a - start)]);
                 if ((flash[a] & value) != value) {
                     picFailed(line);
-                    hexFinding(Severity::Error, record.line,
-                               QStringLiteral("%1 was already programmed to %2 by an earlier record: flash cannot "
-                                              "turn bits back on, so the verify fails and the PIC step ends here")
-                                   .arg(hexNumber(quint32(a), 4), hexNumber(flash[a], 2)));
+                    hexFinding(
+                        Severity::Error, record.line,
+                        QStringLiteral("%1 was already programmed to %2 by an earlier record: flash cannot "
+                                       "turn bits back on, so the verify fails and the PIC step ends here")
+                            .arg(hexNumber(quint32(a), 4), hexNumber(flash[a], 2)));
                     break;
                 }
                 flash[a] = value;
@@ -554,33 +597,38 @@ void Analyser::picRecords(Line& line, const QString& file, const hex::File& hexF
                 break;
             written.push_back({quint32(start), quint32(end)});
         } else if (start < grammar::flashSize) {
-            skip(Severity::Error, QStringLiteral("a record touching 0xFFFE or 0xFFFF is never written; keep code "
-                                                 "and data below 0xFFFE"));
+            skip(Severity::Error,
+                 QStringLiteral("a record touching 0xFFFE or 0xFFFF is never written; keep code "
+                                "and data below 0xFFFE"));
         } else if (start >= grammar::idAddress && start < grammar::idAddress + grammar::idSize) {
             skip(Severity::Error, QStringLiteral("the ID locations are never programmed by the updater"));
         } else if (start >= sim::pic18f4620::configAddress && start <= grammar::lastConfigWritten) {
             for (quint64 a = start; a < end; ++a) {
                 const auto* config = sim::pic18f4620::configByte(quint32(a));
                 if (!config) {
-                    line.pic.skipped << QStringLiteral("%1 (beyond the configuration bytes)").arg(hexNumber(quint32(a), 6));
+                    line.pic.skipped << QStringLiteral("%1 (beyond the configuration bytes)")
+                                            .arg(hexNumber(quint32(a), 6));
                     continue;
                 }
                 const quint8 value = quint8(record.data[int(a - start)]);
                 line.pic.config << QStringLiteral("%1 %2 = %3")
                                        .arg(hexNumber(quint32(a), 6),
-                                            *config->name ? QString::fromLatin1(config->name) : QStringLiteral("(none)"),
+                                            *config->name ? QString::fromLatin1(config->name)
+                                                          : QStringLiteral("(none)"),
                                             hexNumber(value, 2));
                 if (value & ~config->implemented)
-                    hexFinding(Severity::Warning, record.line,
-                               QStringLiteral("sets configuration bits that do not exist at %1%2: %3 (implemented "
-                                              "bits %4)")
-                                   .arg(hexNumber(quint32(a), 6),
-                                        *config->name ? QStringLiteral(" (%1)").arg(config->name) : QString(),
-                                        hexNumber(value, 2), hexNumber(config->implemented, 2)));
+                    hexFinding(
+                        Severity::Warning, record.line,
+                        QStringLiteral("sets configuration bits that do not exist at %1%2: %3 (implemented "
+                                       "bits %4)")
+                            .arg(hexNumber(quint32(a), 6),
+                                 *config->name ? QStringLiteral(" (%1)").arg(config->name) : QString(),
+                                 hexNumber(value, 2), hexNumber(config->implemented, 2)));
             }
         } else if (sim::pic18f4620::configByte(quint32(start))) {
-            skip(Severity::Error, QStringLiteral("a configuration record starting at 0x30000D is never written; "
-                                                 "start it at 0x30000C or lower"));
+            skip(Severity::Error,
+                 QStringLiteral("a configuration record starting at 0x30000D is never written; "
+                                "start it at 0x30000C or lower"));
         } else if (start >= grammar::eepromAddress && start < grammar::eepromAddress + grammar::eepromSize) {
             skip(Severity::Error, QStringLiteral("EEPROM data is never programmed by the updater"));
         } else {
@@ -602,13 +650,14 @@ void Analyser::analyseLine(Line& line)
         line.head = grammar::badFormat;
         line.headIsFailure = true;
         line.effect = Effect::Fails;
-        error(line, line.text.isEmpty()
-                        ? QStringLiteral("an empty line is a bad command format: the update ends red; remove it")
-                    : parts.size() == 1
-                        ? QStringLiteral("no ':' in the line: a bad command format (there are no comment lines); "
-                                         "remove it")
-                        : QStringLiteral("%1 colons: a bad command format (an argument cannot contain ':')")
-                              .arg(parts.size() - 1));
+        error(line,
+              line.text.isEmpty()
+                  ? QStringLiteral("an empty line is a bad command format: the update ends red; remove it")
+              : parts.size() == 1
+                  ? QStringLiteral("no ':' in the line: a bad command format (there are no comment lines); "
+                                   "remove it")
+                  : QStringLiteral("%1 colons: a bad command format (an argument cannot contain ':')")
+                        .arg(parts.size() - 1));
         return;
     }
     line.keyword = parts[0];
@@ -619,10 +668,11 @@ void Analyser::analyseLine(Line& line)
         line.headIsFailure = true;
         line.effect = Effect::Fails;
         const grammar::Command* meant = grammar::match(line.keyword.trimmed().toUpper());
-        error(line, meant ? QStringLiteral("unknown command '%1' (keywords are upper case and take no blanks): "
-                                           "write %2")
-                                .arg(line.keyword, QLatin1String(meant->keyword))
-                          : QStringLiteral("unknown command '%1'").arg(line.keyword));
+        error(line, meant
+                        ? QStringLiteral("unknown command '%1' (keywords are upper case and take no blanks): "
+                                         "write %2")
+                              .arg(line.keyword, QLatin1String(meant->keyword))
+                        : QStringLiteral("unknown command '%1'").arg(line.keyword));
         return;
     }
     if (line.command->progress)
@@ -652,9 +702,10 @@ void Analyser::analyseLine(Line& line)
         line.effect = Effect::Fails;
         if (line.keyword != QLatin1String(line.command->keyword))
             warning(line, QStringLiteral("the keyword only contains %1").arg(line.command->keyword));
-        error(line, QStringLiteral("every ESA line fails in this updater: ESA loading is switched off (\"%1\"); "
-                                   "load the board another way and remove the line")
-                        .arg(grammar::esaDisabled));
+        error(line,
+              QStringLiteral("every ESA line fails in this updater: ESA loading is switched off (\"%1\"); "
+                             "load the board another way and remove the line")
+                  .arg(grammar::esaDisabled));
         m_used.insert(package::topFolder + QDir::cleanPath(line.argument));
         return;
     }
@@ -692,7 +743,8 @@ Analysis Analyser::run()
 
 bool Analysis::hasErrors() const
 {
-    return std::any_of(findings.begin(), findings.end(), [](const Finding& f) { return f.severity == Severity::Error; });
+    return std::any_of(findings.begin(), findings.end(),
+                       [](const Finding& f) { return f.severity == Severity::Error; });
 }
 
 QString Analysis::expectedEnd() const
@@ -700,12 +752,18 @@ QString Analysis::expectedEnd() const
     if (!packageStop.isEmpty())
         return packageStop;
     const auto has = [&](Effect effect) {
-        return std::any_of(lines.begin(), lines.end(), [&](const Line& line) { return line.effect == effect; });
+        return std::any_of(lines.begin(), lines.end(),
+                           [&](const Line& line) { return line.effect == effect; });
     };
-    return has(Effect::Hangs) ? QString() : has(Effect::Fails) ? grammar::updateFailed : grammar::updateComplete;
+    return has(Effect::Hangs)   ? QString()
+           : has(Effect::Fails) ? grammar::updateFailed
+                                : grammar::updateComplete;
 }
 
-Analysis analyse(const package::Package& pkg) { return Analyser(pkg).run(); }
+Analysis analyse(const package::Package& pkg)
+{
+    return Analyser(pkg).run();
+}
 
 QString effectName(Effect effect)
 {

@@ -10,10 +10,15 @@
 
 namespace model {
 
-enum class Severity { Warning, Error };
+enum class Severity
+{
+    Warning,
+    Error
+};
 
 // What a line does on the instrument, as far as the message view and the models can tell.
-enum class Effect {
+enum class Effect
+{
     Done,   // does what the line says (possibly with warnings)
     Fails,  // red failure lines in the view
     Silent, // no failure shown, but the line does not do what it says (skipped or something else)
@@ -41,13 +46,13 @@ struct Line
     QString text;
     QString keyword, argument;
     const grammar::Command* command = nullptr; // nullptr: bad format or unknown command
-    QString head;           // the first view line of this command
-    QStringList failures;   // red lines after the head (a red head counts as a failure too)
+    QString head;                              // the first view line of this command
+    QStringList failures; // red lines after the head (a red head counts as a failure too)
     bool headIsFailure = false;
     Effect effect = Effect::Done;
-    QStringList runs;       // target command lines, in order (those predicted to fail included)
-    QStringList writes;     // what it changes on the instrument
-    QString payload;        // the archive entry it reads
+    QStringList runs;   // target command lines, in order (those predicted to fail included)
+    QStringList writes; // what it changes on the instrument
+    QString payload;    // the archive entry it reads
     PicMemory pic;
 };
 

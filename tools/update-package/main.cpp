@@ -77,38 +77,47 @@ int build(const Arguments& a)
         return say(stderr, QStringLiteral("update-package build: %1 is not a folder").arg(folder), 2);
     const QString target = QFileInfo(a.output).absoluteFilePath();
     if (!package::nameMatches(QFileInfo(target).fileName()))
-        return say(stderr,
-                   QStringLiteral("update-package build: the updater would not find '%1': the name must match "
-                                  "*M_firmware_update*.tar.bz2, e.g. ProductM_firmware_update_1.0.tar.bz2")
-                       .arg(QFileInfo(target).fileName()),
-                   1);
+        return say(
+            stderr,
+            QStringLiteral("update-package build: the updater would not find '%1': the name must match "
+                           "*M_firmware_update*.tar.bz2, e.g. ProductM_firmware_update_1.0.tar.bz2")
+                .arg(QFileInfo(target).fileName()),
+            1);
     if (target.startsWith(QDir(folder).absolutePath() + '/'))
-        return say(stderr, QStringLiteral("update-package build: %1 lies inside %2: write it elsewhere").arg(target, folder), 1);
+        return say(
+            stderr,
+            QStringLiteral("update-package build: %1 lies inside %2: write it elsewhere").arg(target, folder),
+            1);
     int status = 0;
     const auto pkg = load(folder, status);
     if (!pkg)
         return status;
     for (const package::Entry& entry : pkg->entries) {
         if (entry.type == package::EntryType::Symlink &&
-            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link).startsWith('/' + package::topFolder + '/'))
-            return say(stderr,
-                       QStringLiteral("update-package build: %1 points out of the folder (%2): not packed")
-                           .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
-                       1);
+            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
+                 .startsWith('/' + package::topFolder + '/'))
+            return say(
+                stderr,
+                QStringLiteral("update-package build: %1 points out of the folder (%2): not packed")
+                    .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
+                1);
     }
     model::Analysis analysis = model::analyse(*pkg);
     analysis.packageName = QFileInfo(target).fileName();
     if (!analysis.findings.isEmpty())
         say(stderr, report::lintText(analysis), 0);
     if (analysis.hasErrors() && !a.flags.contains("--force"))
-        return say(stderr, QStringLiteral("update-package build: %1 not written: lint found errors (--force writes it "
-                                          "anyway)")
-                               .arg(target),
-                   1);
+        return say(
+            stderr,
+            QStringLiteral("update-package build: %1 not written: lint found errors (--force writes it "
+                           "anyway)")
+                .arg(target),
+            1);
     QString error;
     if (!package::write(*pkg, folder, target, error))
         return say(stderr, QStringLiteral("update-package build: %1").arg(error), 2);
-    return say(stdout, QStringLiteral("wrote %1 (%2)").arg(target, package::sizeText(QFileInfo(target).size())), 0);
+    return say(stdout,
+               QStringLiteral("wrote %1 (%2)").arg(target, package::sizeText(QFileInfo(target).size())), 0);
 }
 
 int lintOrInspect(const Arguments& a)
@@ -123,12 +132,14 @@ int lintOrInspect(const Arguments& a)
     const bool json = a.flags.contains("--json");
     if (a.command == "lint") {
         if (json)
-            fwrite(report::lintJson(analysis).constData(), 1, size_t(report::lintJson(analysis).size()), stdout);
+            fwrite(report::lintJson(analysis).constData(), 1, size_t(report::lintJson(analysis).size()),
+                   stdout);
         else
             say(stdout, report::lintText(analysis), 0);
         return analysis.hasErrors() ? 1 : 0;
     }
-    const QByteArray text = json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8();
+    const QByteArray text =
+        json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8();
     fwrite(text.constData(), 1, size_t(text.size()), stdout);
     return 0;
 }
