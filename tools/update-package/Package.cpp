@@ -146,8 +146,8 @@ std::optional<Package> readFolder(const QString& path, QString& error)
     pkg.folder = true;
     pkg.compression = QStringLiteral("bzip2");
     pkg.entries.push_back({topFolder, EntryType::Directory, 0755, 0, {}, {}, {}});
-    const QDir root(path);
-    QDirIterator it(path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+    const QDir root(QFileInfo(path).absoluteFilePath());
+    QDirIterator it(root.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                     QDirIterator::Subdirectories);
     QStringList names;
     while (it.hasNext())

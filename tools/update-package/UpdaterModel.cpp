@@ -677,6 +677,10 @@ void Analyser::analyseLine(Line& line)
     }
     if (line.command->progress)
         line.head = fill(line, line.command->progress);
+    if (line.command->action != Action::System) // the file is meant, whether or not the line reaches it
+        m_used.insert(
+            package::topFolder +
+            QDir::cleanPath(grammar::unpacked + line.argument.trimmed()).mid(grammar::unpacked.size()));
     switch (line.command->action) {
     case Action::System:
         return system(line);
@@ -706,7 +710,6 @@ void Analyser::analyseLine(Line& line)
               QStringLiteral("every ESA line fails in this updater: ESA loading is switched off (\"%1\"); "
                              "load the board another way and remove the line")
                   .arg(grammar::esaDisabled));
-        m_used.insert(package::topFolder + QDir::cleanPath(line.argument));
         return;
     }
 }
