@@ -92,6 +92,16 @@ private:
     void unusedPayloads();
 };
 
+// The archive entry the updater's path "/tmp/firmware_update" + argument names; empty when that path
+// does not lie inside the package (no leading '/', or '..' climbing out).
+QString entryName(const QString& argument)
+{
+    const QString path = QDir::cleanPath(grammar::unpacked + argument);
+    if (!argument.startsWith('/') || !path.startsWith(grammar::unpacked + '/'))
+        return QString();
+    return package::topFolder + path.mid(grammar::unpacked.size());
+}
+
 bool climbsOut(const QString& name)
 {
     return name.split(QLatin1Char('/')).contains(QStringLiteral(".."));
@@ -222,12 +232,12 @@ const package::Entry* Analyser::payload(Line& line, bool splitAtBlanks)
                  .arg(grammar::unpacked, arg));
         return nullptr;
     }
-    const QString path = QDir::cleanPath(grammar::unpacked + arg);
-    if (!path.startsWith(grammar::unpacked + '/')) {
-        fail(line, QStringLiteral("the argument names %1, outside the package").arg(path));
+    const QString name = entryName(arg);
+    if (name.isEmpty()) {
+        fail(line, QStringLiteral("the argument names %1, outside the package")
+                       .arg(QDir::cleanPath(grammar::unpacked + arg)));
         return nullptr;
     }
-    const QString name = package::topFolder + path.mid(grammar::unpacked.size());
     const package::Entry* entry = m_pkg.find(name);
     line.payload = name;
     if (!entry) {
@@ -477,11 +487,8 @@ void Analyser::pic(Line& line)
                 QStringLiteral("the index '%1' is not a number: the updater shows PIC[0] on failure (the "
                                "index is not used otherwise)")
                     .arg(index));
-    const QString path = QDir::cleanPath(grammar::unpacked + line.argument);
-    const QString name = package::topFolder + path.mid(grammar::unpacked.size());
-    const package::Entry* entry = line.argument.startsWith('/') && path.startsWith(grammar::unpacked + '/')
-                                      ? m_pkg.find(name)
-                                      : nullptr;
+    const QString name = entryName(line.argument);
+    const package::Entry* entry = name.isEmpty() ? nullptr : m_pkg.find(name);
     line.payload = name;
     if (!entry) {
         failPic(QStringLiteral("the package has no %1%2: the PIC step fails at once")
@@ -678,9 +685,7 @@ void Analyser::analyseLine(Line& line)
     if (line.command->progress)
         line.head = fill(line, line.command->progress);
     if (line.command->action != Action::System) // the file is meant, whether or not the line reaches it
-        m_used.insert(
-            package::topFolder +
-            QDir::cleanPath(grammar::unpacked + line.argument.trimmed()).mid(grammar::unpacked.size()));
+        m_used.insert(entryName(line.argument.trimmed()));
     switch (line.command->action) {
     case Action::System:
         return system(line);

@@ -57,15 +57,24 @@ Arguments parse(const QStringList& args)
     return a;
 }
 
-std::optional<package::Package> load(const QString& path, int& status)
+// The one package or folder a subcommand works on; on failure `status` is the exit status.
+std::optional<package::Package> load(const Arguments& a, int& status)
 {
-    QString error;
-    auto pkg = package::read(path, error);
-    if (!pkg) {
-        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
-        status = 2;
+    status = 2;
+    if (a.positional.size() != 1) {
+        say(stderr, usage, 2);
+        return std::nullopt;
     }
+    QString error;
+    auto pkg = package::read(a.positional[0], error);
+    if (!pkg)
+        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
     return pkg;
+}
+
+void write(const QByteArray& text)
+{
+    fwrite(text.constData(), 1, size_t(text.size()), stdout);
 }
 
 int build(const Arguments& a)
@@ -88,10 +97,10 @@ int build(const Arguments& a)
             stderr,
             QStringLiteral("update-package build: %1 lies inside %2: write it elsewhere").arg(target, folder),
             1);
-    int status = 0;
-    const auto pkg = load(folder, status);
+    QString error;
+    const auto pkg = package::read(folder, error);
     if (!pkg)
-        return status;
+        return say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
     for (const package::Entry& entry : pkg->entries) {
         if (entry.type == package::EntryType::Symlink &&
             !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
@@ -113,7 +122,6 @@ int build(const Arguments& a)
                            "anyway)")
                 .arg(target),
             1);
-    QString error;
     if (!package::write(*pkg, folder, target, error))
         return say(stderr, QStringLiteral("update-package build: %1").arg(error), 2);
     return say(stdout,
@@ -122,34 +130,24 @@ int build(const Arguments& a)
 
 int lintOrInspect(const Arguments& a)
 {
-    if (a.positional.size() != 1)
-        return say(stderr, usage, 2);
     int status = 0;
-    const auto pkg = load(a.positional[0], status);
+    const auto pkg = load(a, status);
     if (!pkg)
         return status;
     const model::Analysis analysis = model::analyse(*pkg);
     const bool json = a.flags.contains("--json");
     if (a.command == "lint") {
-        if (json)
-            fwrite(report::lintJson(analysis).constData(), 1, size_t(report::lintJson(analysis).size()),
-                   stdout);
-        else
-            say(stdout, report::lintText(analysis), 0);
+        write(json ? report::lintJson(analysis) : report::lintText(analysis).toUtf8());
         return analysis.hasErrors() ? 1 : 0;
     }
-    const QByteArray text =
-        json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8();
-    fwrite(text.constData(), 1, size_t(text.size()), stdout);
+    write(json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8());
     return 0;
 }
 
 int runPreview(const Arguments& a)
 {
-    if (a.positional.size() != 1)
-        return say(stderr, usage, 2);
     int status = 0;
-    const auto pkg = load(a.positional[0], status);
+    const auto pkg = load(a, status);
     if (!pkg)
         return status;
     if (pkg->folder)
