@@ -178,7 +178,9 @@ public:
     {
         const QString folder = dir.path() + "/v/" + name;
         QDir(folder).removeRecursively();
-        run("cp", {"-a", base, folder});
+        QDir().mkpath(dir.path() + "/v");
+        if (run("cp", {"-a", base, folder}).exitCode != 0)
+            return QString();
         for (auto it = changes.begin(); it != changes.end(); ++it) {
             const QString path = folder + '/' + it.key();
             if (it->kind == FileSpec::Remove)

@@ -227,6 +227,7 @@ bool write(const Package& pkg, const QString& folder, const QString& target, QSt
     ArchiveWriter a(archive_write_new(), archive_write_free);
     archive_write_add_filter_bzip2(a.get());
     archive_write_set_format_pax_restricted(a.get());
+    archive_write_set_bytes_in_last_block(a.get(), 1); // no zero padding after the compressed stream
     auto fail = [&](const QString& what) {
         error =
             QStringLiteral("%1: %2: %3").arg(target, what, QString::fromUtf8(archive_error_string(a.get())));
