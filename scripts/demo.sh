@@ -14,7 +14,9 @@
 # writes out/end.png (the screen at the end of the job) and prints what the instrument's models say.
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+caller=$PWD
 cd "$repo"
+from_caller() { case "$1" in /*) echo "$1" ;; *) echo "$caller/$1" ;; esac; } # paths given are the caller's
 
 job=stick variant=good window="" package="" out="" build=""
 while [ $# -gt 0 ]; do
@@ -23,9 +25,9 @@ while [ $# -gt 0 ]; do
     --failing) variant=failing ;;
     --none) variant=none ;;
     --window) window=--window ;;
-    --package) package=${2:?--package needs a file}; variant=$(basename "$package"); shift ;;
-    --out) out=${2:?--out needs a folder}; shift ;;
-    --build) build=${2:?--build needs a build tree}; shift ;;
+    --package) package=$(from_caller "${2:?--package needs a file}"); variant=$(basename "$package"); shift ;;
+    --out) out=$(from_caller "${2:?--out needs a folder}"); shift ;;
+    --build) build=$(from_caller "${2:?--build needs a build tree}"); shift ;;
     *) echo "demo.sh: unknown option '$1' (see the header of scripts/demo.sh)" >&2; exit 2 ;;
     esac
     shift
