@@ -71,6 +71,12 @@ inline Run run(const QString& program, const QStringList& args, const QString& w
     return r;
 }
 
+inline QString readText(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
 // One Intel HEX record with a correct checksum unless told otherwise.
 inline QByteArray record(quint8 type, quint16 offset, const QByteArray& data)
 {

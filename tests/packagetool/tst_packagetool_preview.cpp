@@ -16,12 +16,6 @@ bool isRed(const QString& line)
            line.startsWith("Unknown command: ") || line.startsWith("PIC Erase Error");
 }
 
-QString readText(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
 } // namespace
 
 class PackagePreviewTest : public QObject
