@@ -123,11 +123,11 @@ private slots:
         // And on its own terms: the red lines of the whole view, in order, are exactly the predicted ones.
         QStringList predicted, seen;
         for (const model::Line& line : analysis.lines) {
-            // Red lines are HTML paragraphs: the view collapses their blanks.
+            // Red lines are HTML paragraphs: the view collapses their blanks and line breaks.
             if (line.headIsFailure)
                 predicted << line.head.simplified();
             for (const QString& failure : line.failures)
-                predicted << failure.section('\n', 0, 0).simplified();
+                predicted << failure.simplified();
         }
         for (const QString& line :
              view.split('\n').mid(view.split('\n').indexOf("Command list: ") + 1 + analysis.lines.size())) {

@@ -150,9 +150,9 @@ Agreement compare(const model::Analysis& analysis, const QString& viewText)
         verdict.line = line.number;
         verdict.command = line.text;
         verdict.headSeen = heads[i] >= 0;
-        // Red lines are HTML paragraphs: the view shows their blanks collapsed.
+        // Red lines are HTML paragraphs: the view shows their blanks and line breaks collapsed.
         for (const QString& failure : line.failures)
-            verdict.failuresExpected << firstLine(failure).simplified();
+            verdict.failuresExpected << failure.simplified();
         if (verdict.headSeen) {
             int end = finalising;
             for (int k = i + 1; k < heads.size(); ++k) {
