@@ -82,7 +82,8 @@ private slots:
 
         // The package as a whole: the updater stops before the command list.
         const QString misnamed = m_base.dir.path() + "/p/firmware_update.tar.bz2"; // build refuses the name
-        QVERIFY(QFile::copy(m_base.pack(m_base.base, "CleanM_firmware_update_1.tar.bz2"), misnamed));
+        const QString renamed = m_base.pack(m_base.base, "RenamedM_firmware_update_1.tar.bz2");
+        QVERIFY2(QFile::rename(renamed, misnamed), qPrintable(renamed + " -> " + misnamed));
         QTest::newRow("misnamed") << misnamed << "Could not find update file";
         const QString climbing = m_base.dir.path() + "/p/ClimbM_firmware_update_1.tar.bz2";
         QCOMPARE(run("tar",
