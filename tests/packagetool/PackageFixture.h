@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <csignal>
 #include <sys/stat.h>
 
 namespace fixture {
@@ -62,8 +63,15 @@ inline Run run(const QString& program, const QStringList& args, const QString& w
         p.setWorkingDirectory(workDir);
     p.start(program, args);
     Run r;
-    if (!p.waitForFinished(timeoutMs))
-        p.kill();
+    if (!p.waitForFinished(timeoutMs)) {
+        // A program started through setsid leads its own group: end the whole group, which lets the
+        // sandbox below it clean up its mounts.
+        if (program == QLatin1String("setsid"))
+            ::kill(-pid_t(p.processId()), SIGTERM);
+        else
+            p.kill();
+        p.waitForFinished(60000);
+    }
     p.waitForFinished();
     r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
     r.out = QString::fromUtf8(p.readAllStandardOutput());

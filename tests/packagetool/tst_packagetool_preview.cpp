@@ -107,7 +107,8 @@ private slots:
         QCOMPARE(analysis.expectedEnd(), expectedEnd);
 
         const QString out = m_base.dir.path() + "/preview-" + QTest::currentDataTag();
-        const Run preview = run(tool, {"preview", package, "--out", out}, QString(), 15 * 60 * 1000);
+        const Run preview =
+            run("setsid", {tool, "preview", package, "--out", out}, QString(), 25 * 60 * 1000);
         const QString view = readText(out + "/view.txt");
         const QString report = preview.out + preview.err;
         QVERIFY2(!view.isEmpty(), qPrintable(report));
