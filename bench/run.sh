@@ -6,7 +6,7 @@ repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build="${1:-$repo/build-native}"
 bash "$repo/scripts/setup.sh"
 cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-cmake --build "$build" -j 2 --target updater sim-instrument probe bench_gpio bench_esa bench_pic >&2
+cmake --build "$build" -j 2 --target updater sim-instrument probe bench_gpio bench_esa bench_pic update-package >&2
 build=$(cd "$build" && pwd)
 details="$repo/out/bench"
 mkdir -p "$details"
@@ -21,6 +21,7 @@ run startup bash "$repo/bench/startup/run.sh" "$build" 9
 run gpio bash "$repo/bench/gpio/run.sh" "$build"
 run esa bash "$repo/bench/esa/run.sh" "$build"
 run pic bash "$repo/bench/pic/run.sh" "$build"
+run packagetool bash "$repo/bench/packagetool/run.sh" "$build"
 
 field() { grep -m1 "$2" "$details/$1.txt" || echo "(missing: see $details/$1.txt)"; }
 startup=$(field startup 'first painted menu' | sed -E 's/.*median ([0-9.]+) ms.*/\1 ms/')
@@ -45,5 +46,7 @@ printf '| start-up to first painted menu (median of 9) | %s | |\n' "$startup"
 printf '| resident memory of the running updater | %s KiB | |\n' "$rss"
 printf '| GPIO value writes through the simulated sysfs, pinned to one CPU | %s | |\n' "$gpio_pinned"
 printf '| GPIO value writes, not pinned | %s | |\n' "$gpio_free"
+printf '| update-package lint of a package with a 64 KB HEX (median) | %s | < 1 s |\n' \
+    "$(field packagetool 'median' | sed -E 's/.*median ([0-9.]+ ms).*/\1/')"
 echo
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), $(uname -r), load $(cut -d' ' -f1-3 /proc/loadavg)"

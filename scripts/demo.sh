@@ -1,44 +1,70 @@
 #!/usr/bin/env bash
 # The main job: builds everything and runs a firmware update on the simulated instrument with the real,
 # unmodified updater, as a technician would.
-#   scripts/demo.sh [--pc] [--failing] [--none] [--window]
+#   scripts/demo.sh [--pc] [--failing] [--none] [--package FILE] [--out DIR] [--build DIR] [--window]
 #     (default)  memory-stick update with the sample package: F3, F1, wait for the end, F1
 #     --pc       the PC job instead: F2, F1, the package copied onto the transfer partition, F1
 #     --failing  the sample package that exercises failures (a missing file, a bad line, an ESA line)
 #     --none     no package on the medium
+#     --package  run this package file instead of a sample one (update-package preview does)
+#     --out      write the results into DIR (default out/, emptied first)
+#     --build    use this build tree as it is: no set-up, no build
 #     --window   show the updater in a window on this desktop (needs DISPLAY) and leave it open
 # Headless (as in CI) it runs on a virtual display and prints the message view as the technician saw it,
 # writes out/end.png (the screen at the end of the job) and prints what the instrument's models say.
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+caller=$PWD
 cd "$repo"
+from_caller() { case "$1" in /*) echo "$1" ;; *) echo "$caller/$1" ;; esac; } # paths given are the caller's
 
-job=stick variant=good window=""
-for arg in "$@"; do
-    case "$arg" in
+job=stick variant=good window="" package="" out="" build=""
+while [ $# -gt 0 ]; do
+    case "$1" in
     --pc) job=pc ;;
     --failing) variant=failing ;;
     --none) variant=none ;;
     --window) window=--window ;;
-    *) echo "demo.sh: unknown option '$arg' (see the header of scripts/demo.sh)" >&2; exit 2 ;;
+    --package) package=$(from_caller "${2:?--package needs a file}"); variant=$(basename "$package"); shift ;;
+    --out) out=$(from_caller "${2:?--out needs a folder}"); shift ;;
+    --build) build=$(from_caller "${2:?--build needs a build tree}"); shift ;;
+    *) echo "demo.sh: unknown option '$1' (see the header of scripts/demo.sh)" >&2; exit 2 ;;
     esac
+    shift
 done
+[ -z "$package" ] || [ -f "$package" ] || { echo "demo.sh: no package file at '$package'" >&2; exit 2; }
 if [ -n "$window" ] && [ -z "${DISPLAY:-}" ]; then
     echo "demo.sh: --window needs a display (DISPLAY is not set)" >&2
     exit 2
 fi
 
-bash scripts/setup.sh
-build="$repo/build-native"
-cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-cmake --build "$build" -j 2 --target updater sim-instrument probe
-bash scripts/make-packages.sh "$build/packages" >/dev/null
-package=none
-[ "$variant" = none ] || package=$(ls "$build/packages/$variant/"*.tar.bz2)
+if [ -z "$build" ]; then
+    bash scripts/setup.sh
+    build="$repo/build-native"
+    cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
+    cmake --build "$build" -j 2 --target updater sim-instrument probe
+fi
+build=$(cd "$build" && pwd)
+if [ -z "$package" ]; then
+    package=none
+    if [ "$variant" != none ]; then
+        bash scripts/make-packages.sh "$build/packages" >/dev/null
+        package=$(ls "$build/packages/$variant/"*.tar.bz2)
+    fi
+fi
 
-out="$repo/out"
-rm -rf "$out"
+if [ -z "$out" ]; then
+    out="$repo/out"
+    rm -rf "$out"
+fi
 mkdir -p "$out"
+out=$(cd "$out" && pwd)
+if [ "$package" != none ]; then
+    # The sandbox sees the output folder, not necessarily the package's: run a copy under its own name.
+    mkdir -p "$out/package"
+    cp "$package" "$out/package/"
+    package="$out/package/$(basename "$package")"
+fi
 display=()
 if [ -n "$window" ]; then
     display=(--bind /tmp/.X11-unix /tmp/.X11-unix --env "DISPLAY=$DISPLAY")

@@ -6,7 +6,7 @@ packages=(
     build-essential cmake ninja-build pkg-config clang-format
     qtbase5-dev qtbase5-dev-tools libqt5test5
     bubblewrap fuse3 libfuse3-dev util-linux
-    gputils srecord bzip2 tar python3
+    gputils srecord bzip2 tar python3 libarchive-dev
     xvfb xauth x11-apps xdotool imagemagick
 )
 

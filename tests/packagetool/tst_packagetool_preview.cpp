@@ -1,0 +1,155 @@
+// The main test of update-package: for each package, the real updater on the virtual instrument (run by
+// `update-package preview`) does what lint predicted, line by line: a clean package ends in "Update
+// complete"; a line with a predicted failure shows exactly the predicted red lines; a line predicted to be
+// skipped silently shows none. Slow: every row runs a whole update in the sandbox.
+#include "PackageFixture.h"
+#include "Preview.h"
+#include "UpdaterModel.h"
+
+using namespace fixture;
+
+namespace {
+
+bool isRed(const QString& line)
+{
+    return line.startsWith("Failed - ") || line.startsWith("Bad command format.") ||
+           line.startsWith("Unknown command: ") || line.startsWith("PIC Erase Error");
+}
+
+} // namespace
+
+class PackagePreviewTest : public QObject
+{
+    Q_OBJECT
+
+    BasePackage m_base;
+
+private slots:
+    void initTestCase()
+    {
+        const Run sandbox = run(repo + "/sim/sandbox", {"--", "true"});
+        if (sandbox.exitCode == 77)
+            QSKIP(qPrintable("the sandbox is not available on this machine, previews cannot run: " +
+                             sandbox.err));
+        QVERIFY2(sandbox.exitCode == 0, qPrintable(sandbox.err));
+        QVERIFY2(m_base.make(), "the base package could not be made (gpasm, tar)");
+    }
+
+    void previewAgreesWithLint_data()
+    {
+        QTest::addColumn<QString>("package");
+        QTest::addColumn<QString>("expectedEnd");
+
+        QTest::newRow("clean") << m_base.pack(m_base.base, "CleanM_firmware_update_1.tar.bz2")
+                               << "Update complete";
+
+        // Every kind of failing line, the system type's effect on later lines, and a HEX record the
+        // programmer refuses; one PIC run.
+        const QString lines =
+            "MODULES:/modules.tar\nAPP:/mainApp\n\napp:/mainApp\nAPP: /mainApp\n"
+            "FILE:/etc/missing.conf\nSCRIPT:/noexec.sh\nSCRIPT:/noshebang.sh\n"
+            "IMAGE:/img/rootfs.ubifs\nESA_M_EEP:/e.bin\nSYSTEM:SDCARD\nIMAGE:/rootfs.ubifs\n"
+            "KERNEL:/uImage\nSYSTEM:NAND\nKERNEL:/uImage\nFILE:/etc/x.conf\nAPP:/mainApp\n"
+            "SCRIPT:/post.sh\nPIC:/long.hex\n";
+        QProcess srec;
+        srec.start("srec_cat",
+                   {"-generate", "0", "0x100", "-constant", "0x12", "-o", "-", "-Intel", "-obs=120"});
+        QVERIFY(srec.waitForFinished(30000));
+        const Files files{{"noexec.sh", file("#!/bin/sh\nexit 0\n", 0644)},
+                          {"noshebang.sh", file("exit 0\n", 0755)},
+                          {"img/rootfs.ubifs", file("UBI#")},
+                          {"rootfs.ubifs", file("UBI#")},
+                          {"e.bin", file("EEPROM")},
+                          {"long.hex", file(srec.readAllStandardOutput())}};
+        QTest::newRow("failing lines")
+            << m_base.pack(m_base.variant("lines", lines, files), "LinesM_firmware_update_1.tar.bz2")
+            << "Some of the updates failed";
+
+        // Records the programmer passes over without a word, and a wrong checksum it takes as it is.
+        QProcess merge;
+        merge.start("srec_cat",
+                    {m_base.base + "/board.hex", "-Intel", "-generate", "0xFFF0", "0x10000", "-constant",
+                     "0x55", "-generate", "0xF00000", "0xF00010", "-constant", "0x11", "-o", "-", "-Intel"});
+        QVERIFY(merge.waitForFinished(30000));
+        QByteArray skips = merge.readAllStandardOutput();
+        const int line = skips.indexOf(":040008001FEF00F0F6");
+        QVERIFY(line >= 0);
+        skips.replace(line, 19, ":040008001FEF00F0F7");
+        QTest::newRow("silent skips")
+            << m_base.pack(m_base.variant("skips", "PIC:/skips.hex\n", {{"skips.hex", file(skips)}}),
+                           "SkipsM_firmware_update_1.tar.bz2")
+            << "Update complete";
+
+        // The package as a whole: the updater stops before the command list.
+        const QString misnamed = m_base.dir.path() + "/p/firmware_update.tar.bz2"; // build refuses the name
+        const QString renamed = m_base.pack(m_base.base, "RenamedM_firmware_update_1.tar.bz2");
+        QVERIFY2(QFile::rename(renamed, misnamed), qPrintable(renamed + " -> " + misnamed));
+        QTest::newRow("misnamed") << misnamed << "Could not find update file";
+        const QString climbing = m_base.dir.path() + "/p/ClimbM_firmware_update_1.tar.bz2";
+        QCOMPARE(run("tar",
+                     {"-cjf", climbing, "--transform", "s,^base/update_config$,firmware_update/../../x,",
+                      "--transform", "s,^base,firmware_update,", "base"},
+                     m_base.dir.path())
+                     .exitCode,
+                 0);
+        QTest::newRow("climbs out") << climbing << "Failed to extract update files";
+    }
+
+    void previewAgreesWithLint()
+    {
+        QFETCH(QString, package);
+        QFETCH(QString, expectedEnd);
+        QVERIFY(QFileInfo::exists(package));
+        QString error;
+        const auto pkg = package::read(package, error);
+        QVERIFY2(pkg, qPrintable(error));
+        const model::Analysis analysis = model::analyse(*pkg);
+        QCOMPARE(analysis.expectedEnd(), expectedEnd);
+
+        const QString out = m_base.dir.path() + "/preview-" + QTest::currentDataTag();
+        const Run preview =
+            run("setsid", {tool, "preview", package, "--out", out}, QString(), 25 * 60 * 1000);
+        const QString view = readText(out + "/view.txt");
+        const QString report = preview.out + preview.err;
+        QVERIFY2(!view.isEmpty(), qPrintable(report));
+        QCOMPARE(preview.exitCode, expectedEnd == grammar::updateComplete ? 0 : 1);
+
+        // Line by line, as the tool itself reports it.
+        const preview::Agreement agreement = preview::compare(analysis, view);
+        for (const preview::LineVerdict& v : agreement.lines)
+            QVERIFY2(v.agrees, qPrintable(QString("line %1 '%2': predicted %3, the view shows %4\n%5")
+                                              .arg(v.line)
+                                              .arg(v.command, v.failuresExpected.join(" | "),
+                                                   v.failuresSeen.join(" | "), view)));
+        QVERIFY2(agreement.endAgrees, qPrintable(view));
+
+        // And on its own terms: the red lines of the whole view, in order, are exactly the predicted ones.
+        QStringList predicted, seen;
+        for (const model::Line& line : analysis.lines) {
+            // Red lines are HTML paragraphs: the view collapses their blanks and line breaks.
+            if (line.headIsFailure)
+                predicted << line.head.simplified();
+            for (const QString& failure : line.failures)
+                predicted << failure.simplified();
+        }
+        for (const QString& line :
+             view.split('\n').mid(view.split('\n').indexOf("Command list: ") + 1 + analysis.lines.size())) {
+            if (isRed(line.simplified()))
+                seen << line.simplified();
+        }
+        QCOMPARE(seen, predicted);
+        QVERIFY2(report.contains(expectedEnd == grammar::updateComplete ? "agrees" : "end: "),
+                 qPrintable(report));
+
+        // A line predicted to be skipped silently is visible to the models: the PIC does not hold the file.
+        for (const model::Line& line : analysis.lines) {
+            if (line.effect == model::Effect::Silent && line.command &&
+                line.command->action == grammar::Action::Pic)
+                QVERIFY2(!readText(out + "/verify.txt").contains("ok      " + line.text + ":"),
+                         qPrintable(readText(out + "/verify.txt")));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(PackagePreviewTest)
+#include "tst_packagetool_preview.moc"

@@ -1,0 +1,184 @@
+// update-package: build, lint, inspect and preview firmware update packages.
+#include "Package.h"
+#include "Preview.h"
+#include "Report.h"
+#include "UpdaterModel.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QTextStream>
+#include <cstdio>
+
+namespace {
+
+const char* const usage = R"(usage:
+  update-package build DIR -o FILE [--force]   pack DIR as the package's firmware_update/ folder
+  update-package lint PACKAGE|DIR [--json]     what the updater will get wrong, line by line
+  update-package inspect PACKAGE|DIR [--json]  what the updater will run and write for each command
+  update-package preview PACKAGE [--pc] [--out DIR]
+                                               run it on the virtual instrument with the real updater
+exit status: 0 fine, 1 errors found (preview: the update did not complete), 2 unusable input or usage)";
+
+int say(FILE* stream, const QString& text, int status)
+{
+    QTextStream(stream) << text << (text.endsWith('\n') ? "" : "\n");
+    return status;
+}
+
+struct Arguments
+{
+    QString command;
+    QStringList positional;
+    QStringList flags;
+    QString output, out;
+    bool ok = true;
+};
+
+Arguments parse(const QStringList& args)
+{
+    Arguments a;
+    for (int i = 1; i < args.size(); ++i) {
+        const QString& arg = args[i];
+        if (arg == "-o" || arg == "--out") {
+            if (i + 1 >= args.size()) {
+                a.ok = false;
+                break;
+            }
+            (arg == "-o" ? a.output : a.out) = args[++i];
+        } else if (arg.startsWith("--")) {
+            a.flags << arg;
+        } else if (a.command.isEmpty()) {
+            a.command = arg;
+        } else {
+            a.positional << arg;
+        }
+    }
+    return a;
+}
+
+// The one package or folder a subcommand works on; on failure `status` is the exit status.
+std::optional<package::Package> load(const Arguments& a, int& status)
+{
+    status = 2;
+    if (a.positional.size() != 1) {
+        say(stderr, usage, 2);
+        return std::nullopt;
+    }
+    QString error;
+    auto pkg = package::read(a.positional[0], error);
+    if (!pkg)
+        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
+    return pkg;
+}
+
+void write(const QByteArray& text)
+{
+    fwrite(text.constData(), 1, size_t(text.size()), stdout);
+}
+
+int build(const Arguments& a)
+{
+    const QString folder = a.positional.value(0);
+    if (a.output.isEmpty() || folder.isEmpty())
+        return say(stderr, usage, 2);
+    if (!QFileInfo(folder).isDir())
+        return say(stderr, QStringLiteral("update-package build: %1 is not a folder").arg(folder), 2);
+    const QString target = QFileInfo(a.output).absoluteFilePath();
+    if (!package::nameMatches(QFileInfo(target).fileName()))
+        return say(
+            stderr,
+            QStringLiteral("update-package build: the updater would not find '%1': the name must match "
+                           "*M_firmware_update*.tar.bz2, e.g. ProductM_firmware_update_1.0.tar.bz2")
+                .arg(QFileInfo(target).fileName()),
+            1);
+    if (target.startsWith(QDir(folder).absolutePath() + '/'))
+        return say(
+            stderr,
+            QStringLiteral("update-package build: %1 lies inside %2: write it elsewhere").arg(target, folder),
+            1);
+    QString error;
+    const auto pkg = package::read(folder, error);
+    if (!pkg)
+        return say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
+    for (const package::Entry& entry : pkg->entries) {
+        if (entry.type == package::EntryType::Symlink &&
+            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
+                 .startsWith('/' + package::topFolder + '/'))
+            return say(
+                stderr,
+                QStringLiteral("update-package build: %1 points out of the folder (%2): not packed")
+                    .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
+                1);
+    }
+    model::Analysis analysis = model::analyse(*pkg);
+    analysis.packageName = QFileInfo(target).fileName();
+    if (!analysis.findings.isEmpty())
+        say(stderr, report::lintText(analysis), 0);
+    if (analysis.hasErrors() && !a.flags.contains("--force"))
+        return say(
+            stderr,
+            QStringLiteral("update-package build: %1 not written: lint found errors (--force writes it "
+                           "anyway)")
+                .arg(target),
+            1);
+    if (!package::write(*pkg, folder, target, error))
+        return say(stderr, QStringLiteral("update-package build: %1").arg(error), 2);
+    return say(stdout,
+               QStringLiteral("wrote %1 (%2)").arg(target, package::sizeText(QFileInfo(target).size())), 0);
+}
+
+int lintOrInspect(const Arguments& a)
+{
+    int status = 0;
+    const auto pkg = load(a, status);
+    if (!pkg)
+        return status;
+    const model::Analysis analysis = model::analyse(*pkg);
+    const bool json = a.flags.contains("--json");
+    if (a.command == "lint") {
+        write(json ? report::lintJson(analysis) : report::lintText(analysis).toUtf8());
+        return analysis.hasErrors() ? 1 : 0;
+    }
+    write(json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8());
+    return 0;
+}
+
+int runPreview(const Arguments& a)
+{
+    int status = 0;
+    const auto pkg = load(a, status);
+    if (!pkg)
+        return status;
+    if (pkg->folder)
+        return say(stderr, "update-package preview: give a package file (update-package build makes one)", 2);
+    preview::Options options;
+    options.package = a.positional[0];
+    options.pcJob = a.flags.contains("--pc");
+    options.build = preview::defaultBuildDir();
+    QString base = QFileInfo(options.package).fileName();
+    base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
+    options.out = a.out.isEmpty() ? base + "-preview" : a.out;
+    return preview::run(options, model::analyse(*pkg));
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const Arguments a = parse(app.arguments());
+    if (!a.ok)
+        return say(stderr, usage, 2);
+    for (const QString& flag : a.flags) {
+        if (!QStringList{"--json", "--force", "--pc"}.contains(flag))
+            return say(stderr, QStringLiteral("update-package: unknown option %1\n%2").arg(flag, usage), 2);
+    }
+    if (a.command == "build")
+        return build(a);
+    if (a.command == "lint" || a.command == "inspect")
+        return lintOrInspect(a);
+    if (a.command == "preview")
+        return runPreview(a);
+    return say(stderr, usage, 2);
+}
