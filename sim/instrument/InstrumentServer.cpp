@@ -1,6 +1,8 @@
 #define FUSE_USE_VERSION 314
 #include "InstrumentServer.h"
 
+#include "ControlText.h"
+
 #include <fuse_lowlevel.h>
 
 #include <algorithm>
@@ -85,13 +87,11 @@ std::optional<int> lineFromName(std::string_view name)
 {
     if (name.size() < 5 || name.substr(0, 4) != "gpio")
         return std::nullopt;
-    const std::string digits(name.substr(4));
-    if (digits.empty() || digits.size() > 4 || !std::all_of(digits.begin(), digits.end(), ::isdigit))
+    const std::string_view digits = name.substr(4);
+    const std::optional<std::uint64_t> line = parseNumber(digits, 10, 9999);
+    if (!line || std::to_string(*line) != digits) // only the canonical spelling exists
         return std::nullopt;
-    const int line = std::stoi(digits);
-    if (std::to_string(line) != digits) // only the canonical spelling exists
-        return std::nullopt;
-    return line;
+    return static_cast<int>(*line);
 }
 
 } // namespace
@@ -429,7 +429,7 @@ struct InstrumentServer::Impl
             const int rc = size > i2cMaxTransfer
                                ? -EINVAL
                                : in.expander().read(static_cast<std::uint8_t>(h->i2cAddress), size, bytes);
-            in.log("read " + name + (rc ? "" : " " + Instrument::hex(bytes)) + failure(-rc));
+            in.log("read " + name + (rc ? "" : " " + hexBytes(bytes.data(), bytes.size())) + failure(-rc));
             if (rc < 0)
                 fuse_reply_err(req, -rc);
             else
@@ -491,7 +491,7 @@ struct InstrumentServer::Impl
                 rc = in.gpio().writeDirection(h->line, data, now);
             break;
         case Kind::I2c:
-            logged = Instrument::hex(std::vector<std::uint8_t>(data.begin(), data.end()));
+            logged = hexBytes(data);
             rc = data.size() > i2cMaxTransfer
                      ? -EINVAL
                      : in.expander().write(static_cast<std::uint8_t>(h->i2cAddress),

@@ -62,6 +62,12 @@ public:
         if (!m_out.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
             qFatal("probe: cannot write '%s'", qPrintable(outPath));
         qApp->installEventFilter(this);
+        m_menuReport.setSingleShot(true);
+        m_menuReport.setInterval(0);
+        connect(&m_menuReport, &QTimer::timeout, this, [this] {
+            write(QString("painted-menu %1 rss-kb %2").arg(m_paintedMs, 0, 'f', 1).arg(residentKiB()));
+            write("menu-label " + m_menuLabel);
+        });
         const int dumpMs = qEnvironmentVariableIntValue("PROBE_DUMP_MS");
         if (dumpMs > 0) {
             auto* timer = new QTimer(this);
@@ -80,12 +86,9 @@ protected:
             m_menuPainted = true;
             const QLabel* label = watched->findChild<QLabel*>("versionLabel");
             // The time is taken as the paint starts; the report is written after it.
-            QTimer::singleShot(
-                0, this,
-                [this, ms = millisecondsSinceProcessStart(), text = label ? label->text() : QString()] {
-                    write(QString("painted-menu %1 rss-kb %2").arg(ms, 0, 'f', 1).arg(residentKiB()));
-                    write("menu-label " + text);
-                });
+            m_paintedMs = millisecondsSinceProcessStart();
+            m_menuLabel = label ? label->text() : QString();
+            m_menuReport.start();
         }
         return false;
     }
@@ -113,6 +116,9 @@ private:
 
     QFile m_out;
     bool m_menuPainted = false;
+    QTimer m_menuReport;
+    double m_paintedMs = 0;
+    QString m_menuLabel;
     QString m_lastDump;
 };
 
