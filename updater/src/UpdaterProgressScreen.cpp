@@ -386,6 +386,13 @@ int failWith(QTextEdit* view, const QString& message)
     return -1;
 }
 
+// A step that is one of the screen's update functions, given the argument.
+template <int (UpdaterProgressScreen::*update)(QString)>
+int updateWith(UpdaterProgressScreen& screen, const QString&, const QString& file)
+{
+    return (screen.*update)(file);
+}
+
 template <UpdaterProgressScreen::ESA_BOARD_ID board, UpdaterProgressScreen::ESA_UPDATE_TYPE type>
 int loadEsa(UpdaterProgressScreen& screen, const QString&, const QString& file)
 {
@@ -451,9 +458,7 @@ const UpdaterProgressScreen::Command* UpdaterProgressScreen::findCommand(const Q
          false,
          QT_TR_NOOP("Updating root files with folder: %1"),
          QT_TR_NOOP("Failed - Updating root files with folder: %1"),
-         {[](UpdaterProgressScreen& screen, const QString&, const QString& file) {
-             return screen.updateRootfs(file);
-         }}},
+         {updateWith<&UpdaterProgressScreen::updateRootfs>}},
         // The running program is removed first so that its file can be replaced.
         {"UPDATER",
          false,
@@ -463,16 +468,12 @@ const UpdaterProgressScreen::Command* UpdaterProgressScreen::findCommand(const Q
               qDebug() << "attempting to update the updater";
               return runCommand(QString("rm %1").arg(file));
           },
-          [](UpdaterProgressScreen& screen, const QString&, const QString& file) {
-              return screen.updateRootfs(file);
-          }}},
+          updateWith<&UpdaterProgressScreen::updateRootfs>}},
         {"MODULES",
          false,
          QT_TR_NOOP("Updating Linux modules with: %1"),
          QT_TR_NOOP("Failed - Updating Linux modules with: %1"),
-         {[](UpdaterProgressScreen& screen, const QString&, const QString& file) {
-             return screen.updateModules(file);
-         }}},
+         {updateWith<&UpdaterProgressScreen::updateModules>}},
         {"SCRIPT",
          false,
          QT_TR_NOOP("Running script file: %1"),
