@@ -36,8 +36,11 @@ if [ "$window_mode" != --window ]; then
     # Xvfb picks a free display itself, so runs side by side do not meet.
     Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >/dev/null 2>&1 &
     pids+=($!)
-    for _ in $(seq 100); do [ -s "$out/display" ] && break; sleep 0.1; done
-    [ -s "$out/display" ] || fail "the virtual display did not start"
+    deadline=$((SECONDS + 10))
+    until [ -s "$out/display" ]; do
+        [ $SECONDS -lt $deadline ] || fail "the virtual display did not start within 10 s"
+        sleep 0.1
+    done
     export DISPLAY=":$(cat "$out/display")"
 fi
 
@@ -49,12 +52,12 @@ updater=$!
 pids+=("$updater")
 
 window=""
-for _ in $(seq 100); do
-    window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1 || true)
-    [ -n "$window" ] && break
+deadline=$((SECONDS + 30))
+until window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1) && [ -n "$window" ]; do
+    kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly (see $out/updater.log)"
+    [ $SECONDS -lt $deadline ] || fail "the updater window did not appear within 30 s (see $out/updater.log)"
     sleep 0.1
 done
-[ -n "$window" ] || fail "the updater window did not appear (see $out/updater.log)"
 
 key() { # the soft keys arrive as function keys, as from the instrument's keypad
     xdotool windowfocus --sync "$window" key "$1"
@@ -62,16 +65,21 @@ key() { # the soft keys arrive as function keys, as from the instrument's keypad
 }
 last_view() { awk '/^view-begin$/ { text = ""; on = 1; next } /^view-end$/ { on = 0; last = text; next }
     on { text = text $0 "\n" } END { printf "%s", last }' "$probe"; }
-wait_for_view() { # <extended regex> <seconds>
-    local deadline=$((SECONDS + $2))
-    until last_view | grep -Eq "$1"; do
-        kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly"
-        [ $SECONDS -lt $deadline ] || fail "timed out waiting for /$1/ in the view"
-        sleep 0.2
+wait_until() { # <seconds> <what, for the failure> <command...>: polls the command until it succeeds
+    local deadline=$((SECONDS + $1)) what=$2
+    shift 2
+    until "$@"; do
+        kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly (see $out/updater.log)"
+        [ $SECONDS -lt $deadline ] || fail "timed out waiting for $what"
+        sleep 0.1
     done
 }
+view_has() { last_view | grep -Eq "$1"; }
+wait_for_view() { wait_until "$2" "/$1/ in the view" view_has "$1"; } # <extended regex> <seconds>
+# The probe reports "painted NAME" once a screen shown last has been painted: a screenshot then sees it.
+last_painted() { [ "$(grep -E '^(shown|painted) ' "$probe" | tail -n 1)" = "painted $1" ]; }
 screenshot() { xwd -root -silent | /usr/bin/convert xwd:- "png:$out/$1"; }
-grep -q '^shown UpdaterMainScreen' "$probe" || sleep 0.5
+wait_until 30 "the main menu on the screen" last_painted UpdaterMainScreen
 
 if [ "$job" = stick ]; then
     key F3
@@ -88,8 +96,8 @@ else
     key F1
 fi
 
+# The probe dumps the view after the line was painted (each line is painted as it is appended).
 wait_for_view 'Update complete|Some of the updates failed|Could not find update file|Failed to [a-z]+ (update|PC)' "$timeout_s"
-sleep 0.5
 last_view >"$out/view.txt"
 screenshot end.png
 say "the job ended; the view is in $out/view.txt"
@@ -100,11 +108,6 @@ if [ "$window_mode" = --window ]; then
     exit 0
 fi
 key F1
-for _ in $(seq 50); do
-    [ "$(grep '^shown ' "$probe" | tail -n 1)" = "shown UpdaterMainScreen" ] && break
-    sleep 0.1
-done
-[ "$(grep '^shown ' "$probe" | tail -n 1)" = "shown UpdaterMainScreen" ] || fail "F1 did not return to the main menu"
-sleep 0.3
+wait_until 10 "F1 to return to the main menu" last_painted UpdaterMainScreen
 screenshot menu.png
 say "back at the main menu"

@@ -3,6 +3,7 @@
 //   bench_gpio [operations per kind]
 
 #include "GpioPinController.h"
+#include "PicTarget.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -40,9 +41,9 @@ int main(int argc, char** argv)
                      "bench_gpio: no simulated instrument; run it through sim/sandbox --instrument\n");
         return 2;
     }
-    GpioPinController pin("4"); // the PIC clock line
+    GpioPinController pin(QString::number(sim::PicTarget::PGC));
     if (!pin.createDriver() || !pin.setDirection("out") || pin.getValue() != "0") {
-        std::fprintf(stderr, "bench_gpio: GPIO 4 could not be set up as an output\n");
+        std::fprintf(stderr, "bench_gpio: the PIC clock line could not be set up as an output\n");
         return 1;
     }
     measure("write", count, [&](long i) { pin.setValue(i & 1 ? "0" : "1"); });

@@ -5,6 +5,7 @@
 
 #include "GpioPinController.h"
 #include "PicProgrammer.h"
+#include "PicTarget.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -129,7 +130,9 @@ int main(int argc, char** argv)
         runQueueWaitS() + readStats("pic/stats", ' ')["server_run_delay_ns"] / 1e9;
     const long calibrationOps = 20000 + 20000 + 5000;
     {
-        GpioPinController power("5"), pgc("4"), pgd("2");
+        GpioPinController power(QString::number(sim::PicTarget::POWER));
+        GpioPinController pgc(QString::number(sim::PicTarget::PGC));
+        GpioPinController pgd(QString::number(sim::PicTarget::PGD));
         power.createDriver();
         power.setDirection("out");
         pgc.createDriver();

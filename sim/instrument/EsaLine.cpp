@@ -1,7 +1,8 @@
 #include "EsaLine.h"
 
+#include "ControlText.h"
+
 #include <cerrno>
-#include <cstdlib>
 #include <iostream>
 #include <sstream>
 
@@ -44,13 +45,17 @@ std::string EsaPeer::timer(std::uint64_t nowNs)
 
 namespace {
 
+// A block index from 0, or -1 for never.
 bool parseCount(const std::string& text, int* value)
 {
-    char* end = nullptr;
-    const long number = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end || number < -1 || number > 1000000)
+    if (text == "-1") {
+        *value = -1;
+        return true;
+    }
+    const std::optional<std::uint64_t> number = parseNumber(text, 10, 1000000);
+    if (!number)
         return false;
-    *value = static_cast<int>(number);
+    *value = static_cast<int>(*number);
     return true;
 }
 
@@ -59,25 +64,19 @@ bool parseHexBytes(std::istringstream& words, std::string* bytes)
     bytes->clear();
     std::string word;
     while (words >> word) {
-        char* end = nullptr;
-        const unsigned long value = std::strtoul(word.c_str(), &end, 16);
-        if (word.size() > 2 || *end || value > 0xFF)
+        const std::optional<std::uint64_t> value =
+            word.size() <= 2 ? parseNumber(word, 16, 0xFF) : std::nullopt;
+        if (!value)
             return false;
-        *bytes += static_cast<char>(value);
+        *bytes += static_cast<char>(*value);
     }
     return true;
 }
 
-std::string hexBytes(const std::string& bytes)
+// " 0a ff" after a key, nothing for no bytes.
+std::string bytesAfterKey(const std::string& bytes)
 {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (unsigned char b : bytes) {
-        text += ' ';
-        text += digits[b >> 4];
-        text += digits[b & 0x0F];
-    }
-    return text;
+    return bytes.empty() ? std::string() : " " + hexBytes(bytes);
 }
 
 const char* faultSyntax = "clear | nak-at K | silent-at K | silent-start [on|off] | split [on|off] | "
@@ -143,8 +142,8 @@ std::string esaFaultsText(const EsaFaults& faults)
 {
     return "nak-at " + std::to_string(faults.nakAt) + "\nsilent-at " + std::to_string(faults.silentAt) +
            "\nsilent-start " + (faults.silentStart ? "on" : "off") + "\nsplit " +
-           (faults.splitReplies ? "on" : "off") + "\nstray" + hexBytes(faults.stray) + "\neot-reply" +
-           hexBytes(faults.eotReply) + "\n";
+           (faults.splitReplies ? "on" : "off") + "\nstray" + bytesAfterKey(faults.stray) + "\neot-reply" +
+           bytesAfterKey(faults.eotReply) + "\n";
 }
 
 namespace {

@@ -1,9 +1,11 @@
 #pragma once
 // The two ESA boards on the simulated /dev/ttyS1: the boards' model as the serial peer, routed by the
-// level of GPIO 3 on the line bank, and its control files under control/esa/ (see installEsaBoards).
+// level of the PIC's MCLR line on the line bank, and its control files under control/esa/ (see
+// installEsaBoards).
 
 #include "EsaBoards.h"
 #include "Instrument.h"
+#include "PicTarget.h"
 #include "SerialPeer.h"
 
 #include <cstdint>
@@ -16,7 +18,8 @@ namespace sim {
 class EsaPeer : public SerialPeer
 {
 public:
-    static constexpr int selectLine = 3;                 // 0: IO board, 1: Measurement board
+    // The PIC's MCLR line doubles as the board select: 0 the IO board, 1 the Measurement board.
+    static constexpr int selectLine = PicTarget::MCLR;
     static constexpr std::uint64_t splitGapNs = 5000000; // between the pieces of a split reply
 
     EsaPeer(GpioLineBank& gpio, EsaBoards& boards) : m_gpio(gpio), m_boards(boards) {}

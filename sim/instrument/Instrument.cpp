@@ -1,5 +1,7 @@
 #include "Instrument.h"
 
+#include "ControlText.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -50,17 +52,6 @@ std::string Instrument::quote(std::string_view bytes)
         }
     }
     return text + "\"";
-}
-
-std::string Instrument::hex(const std::vector<std::uint8_t>& bytes)
-{
-    std::string text;
-    for (std::uint8_t b : bytes) {
-        char buf[4];
-        std::snprintf(buf, sizeof buf, text.empty() ? "%02x" : " %02x", b);
-        text += buf;
-    }
-    return text;
 }
 
 std::string Instrument::errorName(int error)
@@ -166,12 +157,10 @@ std::string Instrument::busText() const
 {
     std::string text;
     for (const I2cTransaction& t : m_expander.transactions()) {
-        char address[8];
-        std::snprintf(address, sizeof address, "%02x", t.address);
         text += t.read ? "r " : "w ";
-        text += address;
+        text += hexBytes(&t.address, 1);
         if (!t.bytes.empty())
-            text += " " + hex(t.bytes);
+            text += " " + hexBytes(t.bytes.data(), t.bytes.size());
         if (!t.acknowledged)
             text += " nack";
         text += '\n';
@@ -181,11 +170,11 @@ std::string Instrument::busText() const
 
 std::string Instrument::expanderText() const
 {
-    char text[96];
-    std::snprintf(text, sizeof text, "output=%02x\nconfiguration=%02x\npolarity=%02x\npins=%02x\n",
-                  m_expander.reg(I2cExpander::OutputPort), m_expander.reg(I2cExpander::Configuration),
-                  m_expander.reg(I2cExpander::PolarityInversion), m_expander.pinLevels());
-    return text;
+    const auto byte = [](std::uint8_t value) { return hexBytes(&value, 1); };
+    return "output=" + byte(m_expander.reg(I2cExpander::OutputPort)) +
+           "\nconfiguration=" + byte(m_expander.reg(I2cExpander::Configuration)) +
+           "\npolarity=" + byte(m_expander.reg(I2cExpander::PolarityInversion)) +
+           "\npins=" + byte(m_expander.pinLevels()) + "\n";
 }
 
 void Instrument::addBuiltInFiles()

@@ -50,8 +50,7 @@ public:
 
     // Bytes as the log shows them: in double quotes, printable ASCII as is, the rest escaped.
     static std::string quote(std::string_view bytes);
-    static std::string hex(const std::vector<std::uint8_t>& bytes); // "03 00"
-    static std::string errorName(int error);                        // 5 -> "EIO"
+    static std::string errorName(int error); // 5 -> "EIO"
 
 private:
     void addBuiltInFiles();

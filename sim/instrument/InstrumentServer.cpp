@@ -1,9 +1,13 @@
 #define FUSE_USE_VERSION 314
 #include "InstrumentServer.h"
 
+#include "ControlFiles.h"
+#include "GpioFiles.h"
+#include "I2cFile.h"
+#include "SerialPump.h"
+
 #include <fuse_lowlevel.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -11,169 +15,48 @@
 #include <fcntl.h>
 #include <map>
 #include <poll.h>
-#include <pty.h>
 #include <set>
 #include <sys/eventfd.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
-#include <termios.h>
 #include <unistd.h>
 #include <vector>
 
 namespace sim {
 
-namespace {
+static_assert(inode::root == FUSE_ROOT_ID);
 
-// Fixed inodes; control nodes and exported lines live in their own ranges.
-constexpr fuse_ino_t rootIno = FUSE_ROOT_ID;
-constexpr fuse_ino_t gpioDirIno = 2;
-constexpr fuse_ino_t exportIno = 3;
-constexpr fuse_ino_t unexportIno = 4;
-constexpr fuse_ino_t i2cIno = 5;
-constexpr fuse_ino_t controlBase = fuse_ino_t(1) << 32;
-constexpr fuse_ino_t lineBase = fuse_ino_t(1) << 40;
-
-// Per exported line: its folder and its two attribute files.
-enum LinePart
-{
-    LineDir = 0,
-    LineDirection = 1,
-    LineValue = 2
-};
-
-constexpr unsigned long i2cSlave = 0x0703;      // I2C_SLAVE
-constexpr unsigned long i2cSlaveForce = 0x0706; // I2C_SLAVE_FORCE
-constexpr std::size_t i2cMaxTransfer = 8192;    // what i2c-dev accepts in one read or write
-constexpr std::size_t sysfsPage = 4096;         // sysfs attributes report (and take at most) one page
-
-enum class Kind
-{
-    Export,
-    Unexport,
-    LineDirection,
-    LineValue,
-    I2c,
-    Control
-};
-
-struct Handle
-{
-    Kind kind = Kind::I2c;
-    int line = -1;
-    std::uint64_t exportId = 0;
-    std::uint64_t control = 0;
-    std::string snapshot; // what a reader at offset 0 produced; later offsets read from it
-    bool haveSnapshot = false;
-    std::string pending; // whole-file control writes, delivered on flush
-    bool dirty = false;
-    int i2cAddress = 0; // i2c-dev starts with no slave selected
-};
-
-std::string accessName(int flags)
-{
-    switch (flags & O_ACCMODE) {
-    case O_RDONLY:
-        return "rdonly";
-    case O_WRONLY:
-        return "wronly";
-    default:
-        return "rdwr";
-    }
-}
-
-std::optional<int> lineFromName(std::string_view name)
-{
-    if (name.size() < 5 || name.substr(0, 4) != "gpio")
-        return std::nullopt;
-    const std::string digits(name.substr(4));
-    if (digits.empty() || digits.size() > 4 || !std::all_of(digits.begin(), digits.end(), ::isdigit))
-        return std::nullopt;
-    const int line = std::stoi(digits);
-    if (std::to_string(line) != digits) // only the canonical spelling exists
-        return std::nullopt;
-    return line;
-}
-
-} // namespace
-
+// The file system's state: the devices' parts, routed by inode, and the open files.
 struct InstrumentServer::Impl
 {
-    explicit Impl(Instrument& instrument) : in(instrument) {}
+    explicit Impl(Instrument& instrument) : in(instrument), serial(instrument)
+    {
+        devices.push_back(std::make_unique<GpioFiles>(in));
+        devices.push_back(std::make_unique<I2cFile>(in));
+        devices.push_back(std::make_unique<ControlFiles>(in));
+    }
 
     Instrument& in;
     fuse_session* session = nullptr;
     bool mounted = false;
     int stopFd = -1;
     int signalFd = -1;
-    int ptyMaster = -1;
-    int ptySlave = -1;
-    std::string serialOut; // bytes for the updater waiting for room in the pty
+    SerialPump serial;
+    std::vector<std::unique_ptr<DeviceFiles>> devices; // in the order the root lists them
 
     std::set<std::string> refusedOpens; // device files whose open fails (fault injection)
 
-    std::map<int, std::uint64_t> exportIds; // line -> id of its current export
-    std::uint64_t nextExportId = 0;
-    std::map<std::uint64_t, Handle> handles;
+    std::map<std::uint64_t, std::unique_ptr<OpenFile>> handles;
     std::uint64_t nextHandle = 1;
 
-    // ---- naming ---------------------------------------------------------------------------------
-
-    // The export id of a line that is exported now, 0 when it is not.
-    std::uint64_t currentExport(int line)
+    DeviceFiles* owner(fuse_ino_t ino) const
     {
-        if (!in.gpio().isExported(line)) {
-            exportIds.erase(line);
-            return 0;
+        for (const auto& device : devices) {
+            if (device->owns(ino))
+                return device.get();
         }
-        auto it = exportIds.find(line);
-        if (it == exportIds.end()) // exported behind the file system's back (a test using the model)
-            it = exportIds.emplace(line, ++nextExportId).first;
-        return it->second;
+        return nullptr;
     }
-
-    static fuse_ino_t lineIno(std::uint64_t exportId, LinePart part)
-    {
-        return lineBase + exportId * 4 + part;
-    }
-
-    // The line of a per-line inode, if that export is still the current one.
-    std::optional<int> lineOf(fuse_ino_t ino)
-    {
-        const std::uint64_t id = (ino - lineBase) / 4;
-        for (const auto& [line, exportId] : exportIds) {
-            if (exportId == id)
-                return currentExport(line) == id ? std::optional<int>(line) : std::nullopt;
-        }
-        return std::nullopt;
-    }
-
-    std::string lineFileName(int line, LinePart part) const
-    {
-        return "gpio" + std::to_string(line) + (part == LineValue ? "/value" : "/direction");
-    }
-
-    std::string handleName(const Handle& h) const
-    {
-        switch (h.kind) {
-        case Kind::Export:
-            return "export";
-        case Kind::Unexport:
-            return "unexport";
-        case Kind::LineDirection:
-            return lineFileName(h.line, LineDirection);
-        case Kind::LineValue:
-            return lineFileName(h.line, LineValue);
-        case Kind::I2c:
-            return "i2c-1";
-        case Kind::Control:
-            return "control/" + in.control().node(h.control)->path;
-        }
-        return {};
-    }
-
-    static std::string failure(int error) { return error ? " -> " + Instrument::errorName(error) : ""; }
-
-    // ---- attributes -----------------------------------------------------------------------------
 
     bool attributes(fuse_ino_t ino, struct stat* st)
     {
@@ -185,38 +68,12 @@ struct InstrumentServer::Impl
         timespec now{};
         clock_gettime(CLOCK_REALTIME, &now);
         st->st_atim = st->st_mtim = st->st_ctim = now;
-        auto folder = [st] {
-            st->st_mode = S_IFDIR | 0755;
-            st->st_nlink = 2;
-        };
-        if (ino == rootIno || ino == gpioDirIno) {
-            folder();
-        } else if (ino == exportIno || ino == unexportIno) {
-            st->st_mode = S_IFREG | 0200;
-            st->st_size = sysfsPage;
-        } else if (ino == i2cIno) {
-            st->st_mode = S_IFREG | 0600;
-        } else if (ino >= lineBase) {
-            if (!lineOf(ino))
-                return false;
-            if ((ino - lineBase) % 4 == LineDir) {
-                folder();
-            } else {
-                st->st_mode = S_IFREG | 0644;
-                st->st_size = sysfsPage;
-            }
-        } else if (ino >= controlBase) {
-            const ControlRegistry::Node* node = in.control().node(ino - controlBase);
-            if (!node)
-                return false;
-            if (node->folder)
-                folder();
-            else
-                st->st_mode = S_IFREG | (node->file->read ? 0444 : 0) | (node->file->write ? 0200 : 0);
-        } else {
-            return false;
+        if (ino == inode::root) {
+            setFolder(st);
+            return true;
         }
-        return true;
+        DeviceFiles* device = owner(ino);
+        return device && device->attributes(ino, st);
     }
 
     void replyEntry(fuse_req_t req, fuse_ino_t ino)
@@ -237,42 +94,20 @@ struct InstrumentServer::Impl
 
     void lookup(fuse_req_t req, fuse_ino_t parent, std::string_view name)
     {
-        fuse_ino_t found = 0;
-        if (parent == rootIno) {
-            if (name == "gpio")
-                found = gpioDirIno;
-            else if (name == "i2c-1")
-                found = i2cIno;
-            else if (name == "control")
-                found = controlBase;
-        } else if (parent == gpioDirIno) {
-            if (name == "export")
-                found = exportIno;
-            else if (name == "unexport")
-                found = unexportIno;
-            else if (const auto line = lineFromName(name)) {
-                if (const std::uint64_t id = currentExport(*line))
-                    found = lineIno(id, LineDir);
+        std::optional<Inode> found;
+        if (parent == inode::root) {
+            for (const auto& device : devices) {
+                if (device->top().name == name)
+                    found = device->top().ino;
             }
-            if (!found)
-                in.log("lookup " + std::string(name) + failure(ENOENT));
-        } else if (parent >= lineBase) {
-            const auto line = lineOf(parent);
-            if (line && name == "direction")
-                found = parent + LineDirection;
-            else if (line && name == "value")
-                found = parent + LineValue;
-            if (!found && line)
-                in.log("lookup gpio" + std::to_string(*line) + "/" + std::string(name) + failure(ENOENT));
-        } else if (parent >= controlBase) {
-            if (const auto child = in.control().child(parent - controlBase, name))
-                found = controlBase + *child;
+        } else if (DeviceFiles* device = owner(parent)) {
+            found = device->lookup(parent, name);
         }
         if (!found) {
             fuse_reply_err(req, ENOENT);
             return;
         }
-        replyEntry(req, found);
+        replyEntry(req, *found);
     }
 
     void getattr(fuse_req_t req, fuse_ino_t ino)
@@ -285,52 +120,31 @@ struct InstrumentServer::Impl
         fuse_reply_attr(req, &st, 0);
     }
 
-    void setattr(fuse_req_t req, fuse_ino_t ino, int toSet, fuse_file_info* fi)
+    void setattr(fuse_req_t req, fuse_ino_t ino, int toSet)
     {
-        // Truncation (a shell's "> file") is accepted and ignored like sysfs does; on a control file
-        // that takes writes it counts as writing nothing (which clears the log, for example).
-        if ((toSet & FUSE_SET_ATTR_SIZE) && ino >= controlBase && ino < lineBase) {
-            const ControlRegistry::Node* node = in.control().node(ino - controlBase);
-            if (node && !node->folder && node->file->write && !node->file->wholeFile) {
-                const int rc = node->file->write({});
-                if (rc < 0) {
-                    fuse_reply_err(req, -rc);
-                    return;
-                }
+        DeviceFiles* device = owner(ino);
+        if ((toSet & FUSE_SET_ATTR_SIZE) && device) {
+            const int rc = device->truncate(ino);
+            if (rc < 0) {
+                fuse_reply_err(req, -rc);
+                return;
             }
         }
-        (void)fi;
         getattr(req, ino);
     }
 
     void readdir(fuse_req_t req, fuse_ino_t ino, std::size_t size, off_t off)
     {
-        struct Entry
-        {
-            std::string name;
-            fuse_ino_t ino;
-        };
-        std::vector<Entry> entries{{".", ino}, {"..", rootIno}};
-        if (ino == rootIno) {
-            entries.push_back({"gpio", gpioDirIno});
-            entries.push_back({"i2c-1", i2cIno});
-            entries.push_back({"control", controlBase});
-        } else if (ino == gpioDirIno) {
-            entries.push_back({"export", exportIno});
-            entries.push_back({"unexport", unexportIno});
-            for (int line : in.gpio().exportedLines())
-                entries.push_back({"gpio" + std::to_string(line), lineIno(currentExport(line), LineDir)});
-        } else if (ino >= lineBase && lineOf(ino)) {
-            entries.push_back({"direction", ino + LineDirection});
-            entries.push_back({"value", ino + LineValue});
-        } else if (ino >= controlBase && ino < lineBase && in.control().node(ino - controlBase)) {
-            for (std::uint64_t child : in.control().children(ino - controlBase)) {
-                const std::string& path = in.control().node(child)->path;
-                entries.push_back({path.substr(path.rfind('/') + 1), controlBase + child});
-            }
+        std::vector<DirEntry> entries{{".", ino}, {"..", inode::root}};
+        if (ino == inode::root) {
+            for (const auto& device : devices)
+                entries.push_back(device->top());
         } else {
-            fuse_reply_err(req, ENOTDIR);
-            return;
+            DeviceFiles* device = owner(ino);
+            if (!device || !device->list(ino, &entries)) {
+                fuse_reply_err(req, ENOTDIR);
+                return;
+            }
         }
         std::vector<char> buf(size);
         std::size_t used = 0;
@@ -350,56 +164,21 @@ struct InstrumentServer::Impl
 
     void open(fuse_req_t req, fuse_ino_t ino, fuse_file_info* fi)
     {
-        Handle h;
-        const int access = fi->flags & O_ACCMODE;
-        int error = 0;
-        if (ino == exportIno || ino == unexportIno) {
-            h.kind = ino == exportIno ? Kind::Export : Kind::Unexport;
-            if (access != O_WRONLY) // write-only attributes refuse readers, as sysfs does
+        std::unique_ptr<OpenFile> file;
+        DeviceFiles* device = owner(ino);
+        int error = device ? -device->open(ino, fi->flags, &file) : EISDIR;
+        const std::string name = file ? file->logName() : std::string();
+        if (!name.empty()) {
+            if (!error && refusedOpens.count(name))
                 error = EACCES;
-        } else if (ino == i2cIno) {
-            h.kind = Kind::I2c;
-        } else if (ino >= lineBase) {
-            const auto line = lineOf(ino);
-            const auto part = (ino - lineBase) % 4;
-            if (!line) {
-                fuse_reply_err(req, ENOENT);
-                return;
-            }
-            if (part == LineDir) {
-                fuse_reply_err(req, EISDIR);
-                return;
-            }
-            h.kind = part == LineValue ? Kind::LineValue : Kind::LineDirection;
-            h.line = *line;
-            h.exportId = (ino - lineBase) / 4;
-        } else if (ino >= controlBase) {
-            const ControlRegistry::Node* node = in.control().node(ino - controlBase);
-            if (!node || node->folder) {
-                fuse_reply_err(req, node ? EISDIR : ENOENT);
-                return;
-            }
-            h.kind = Kind::Control;
-            h.control = ino - controlBase;
-            if ((access != O_WRONLY && !node->file->read) || (access != O_RDONLY && !node->file->write)) {
-                fuse_reply_err(req, EACCES);
-                return;
-            }
-        } else {
-            fuse_reply_err(req, EISDIR);
-            return;
-        }
-        if (h.kind != Kind::Control) {
-            if (!error && refusedOpens.count(handleName(h)))
-                error = EACCES;
-            in.log("open " + handleName(h) + " " + accessName(fi->flags) + failure(error));
+            in.log("open " + name + " " + accessName(fi->flags) + failureText(error));
         }
         if (error) {
             fuse_reply_err(req, error);
             return;
         }
         const std::uint64_t id = nextHandle++;
-        handles.emplace(id, std::move(h));
+        handles.emplace(id, std::move(file));
         fi->fh = id;
         fi->direct_io = 1; // no page cache: each read and write reaches the model
         fi->keep_cache = 0;
@@ -407,112 +186,27 @@ struct InstrumentServer::Impl
             handles.erase(id);
     }
 
-    Handle* handleOf(fuse_file_info* fi)
+    OpenFile* fileOf(fuse_file_info* fi)
     {
         auto it = handles.find(fi->fh);
-        return it == handles.end() ? nullptr : &it->second;
+        return it == handles.end() ? nullptr : it->second.get();
     }
-
-    bool stale(const Handle& h) { return h.line >= 0 && currentExport(h.line) != h.exportId; }
 
     void read(fuse_req_t req, std::size_t size, off_t off, fuse_file_info* fi)
     {
-        Handle* h = handleOf(fi);
-        if (!h) {
-            fuse_reply_err(req, EBADF);
-            return;
-        }
-        const std::string name = handleName(*h);
-        const std::uint64_t now = Instrument::nowNs();
-        if (h->kind == Kind::I2c) {
-            std::vector<std::uint8_t> bytes;
-            const int rc = size > i2cMaxTransfer
-                               ? -EINVAL
-                               : in.expander().read(static_cast<std::uint8_t>(h->i2cAddress), size, bytes);
-            in.log("read " + name + (rc ? "" : " " + Instrument::hex(bytes)) + failure(-rc));
-            if (rc < 0)
-                fuse_reply_err(req, -rc);
-            else
-                fuse_reply_buf(req, reinterpret_cast<const char*>(bytes.data()), bytes.size());
-            return;
-        }
-        if (stale(*h)) {
-            in.log("read " + name + failure(ENODEV));
-            fuse_reply_err(req, ENODEV);
-            return;
-        }
-        // Like seq_file: a read from offset 0 produces fresh content, later offsets continue in it.
-        if (off == 0 || !h->haveSnapshot) {
-            if (h->kind == Kind::LineValue)
-                h->snapshot = in.gpio().readValue(h->line, now);
-            else if (h->kind == Kind::LineDirection)
-                h->snapshot = in.gpio().readDirection(h->line);
-            else if (h->kind == Kind::Control)
-                h->snapshot = in.control().node(h->control)->file->read();
-            h->haveSnapshot = true;
-        }
-        const std::size_t from = std::min(h->snapshot.size(), static_cast<std::size_t>(off));
-        const std::string_view part = std::string_view(h->snapshot).substr(from, size);
-        if (h->kind != Kind::Control)
-            in.log("read " + name + (off ? " @" + std::to_string(off) : "") + " " + Instrument::quote(part));
-        fuse_reply_buf(req, part.data(), part.size());
+        OpenFile* file = fileOf(fi);
+        std::string bytes;
+        const int rc = file ? file->read(size, static_cast<std::uint64_t>(off), &bytes) : -EBADF;
+        if (rc < 0)
+            fuse_reply_err(req, -rc);
+        else
+            fuse_reply_buf(req, bytes.data(), bytes.size());
     }
 
     void write(fuse_req_t req, std::string_view data, off_t off, fuse_file_info* fi)
     {
-        Handle* h = handleOf(fi);
-        if (!h) {
-            fuse_reply_err(req, EBADF);
-            return;
-        }
-        const std::uint64_t now = Instrument::nowNs();
-        int rc = 0;
-        std::string logged = Instrument::quote(data);
-        switch (h->kind) {
-        case Kind::Export:
-        case Kind::Unexport: {
-            const std::optional<long> number = GpioLineBank::parseInteger(data);
-            rc = h->kind == Kind::Export ? in.gpio().exportLine(data) : in.gpio().unexportLine(data, now);
-            if (rc == 0 && h->kind == Kind::Export)
-                exportIds[static_cast<int>(*number)] = ++nextExportId;
-            else if (rc == 0)
-                exportIds.erase(static_cast<int>(*number));
-            break;
-        }
-        case Kind::LineDirection:
-        case Kind::LineValue:
-            if (stale(*h))
-                rc = -ENODEV;
-            else if (data.size() >= sysfsPage)
-                rc = -EINVAL;
-            else if (h->kind == Kind::LineValue)
-                rc = in.gpio().writeValue(h->line, data, now);
-            else
-                rc = in.gpio().writeDirection(h->line, data, now);
-            break;
-        case Kind::I2c:
-            logged = Instrument::hex(std::vector<std::uint8_t>(data.begin(), data.end()));
-            rc = data.size() > i2cMaxTransfer
-                     ? -EINVAL
-                     : in.expander().write(static_cast<std::uint8_t>(h->i2cAddress),
-                                           std::vector<std::uint8_t>(data.begin(), data.end()));
-            break;
-        case Kind::Control: {
-            const ControlFile& file = *in.control().node(h->control)->file;
-            if (file.wholeFile) {
-                const std::size_t at = static_cast<std::size_t>(off);
-                if (h->pending.size() < at + data.size())
-                    h->pending.resize(at + data.size());
-                h->pending.replace(at, data.size(), data);
-                h->dirty = true;
-            } else {
-                rc = file.write(data);
-            }
-            break;
-        }
-        }
-        if (h->kind != Kind::Control)
-            in.log("write " + handleName(*h) + " " + logged + failure(-rc));
+        OpenFile* file = fileOf(fi);
+        const int rc = file ? file->write(data, static_cast<std::uint64_t>(off)) : -EBADF;
         if (rc < 0)
             fuse_reply_err(req, -rc);
         else
@@ -521,49 +215,27 @@ struct InstrumentServer::Impl
 
     void ioctl(fuse_req_t req, unsigned int cmd, void* arg, fuse_file_info* fi)
     {
-        Handle* h = handleOf(fi);
-        if (!h || h->kind != Kind::I2c) {
-            fuse_reply_err(req, ENOTTY);
-            return;
-        }
-        const unsigned long value = reinterpret_cast<std::uintptr_t>(arg);
-        char text[64];
-        int error = 0;
-        if (cmd == i2cSlave || cmd == i2cSlaveForce) {
-            std::snprintf(text, sizeof text, "ioctl i2c-1 %s 0x%02lx",
-                          cmd == i2cSlave ? "I2C_SLAVE" : "I2C_SLAVE_FORCE", value);
-            if (value > 0x7F) // seven-bit addresses only
-                error = EINVAL;
-            else
-                h->i2cAddress = static_cast<int>(value);
-        } else {
-            std::snprintf(text, sizeof text, "ioctl i2c-1 0x%04x", cmd);
-            error = ENOTTY;
-        }
-        in.log(text + failure(error));
-        if (error)
-            fuse_reply_err(req, error);
+        OpenFile* file = fileOf(fi);
+        const int rc = file ? file->ioctl(cmd, reinterpret_cast<std::uintptr_t>(arg)) : -ENOTTY;
+        if (rc < 0)
+            fuse_reply_err(req, -rc);
         else
             fuse_reply_ioctl(req, 0, nullptr, 0);
     }
 
     void flush(fuse_req_t req, fuse_file_info* fi)
     {
-        Handle* h = handleOf(fi);
-        int rc = 0;
-        if (h && h->kind == Kind::Control && h->dirty) {
-            h->dirty = false;
-            rc = in.control().node(h->control)->file->write(h->pending);
-            h->pending.clear();
-        }
+        OpenFile* file = fileOf(fi);
+        const int rc = file ? file->flush() : 0;
         fuse_reply_err(req, rc < 0 ? -rc : 0);
     }
 
     void release(fuse_req_t req, fuse_file_info* fi)
     {
-        if (Handle* h = handleOf(fi)) {
-            if (h->kind != Kind::Control)
-                in.log("close " + handleName(*h));
+        if (OpenFile* file = fileOf(fi)) {
+            const std::string name = file->logName();
+            if (!name.empty())
+                in.log("close " + name);
             handles.erase(fi->fh);
         }
         fuse_reply_err(req, 0);
@@ -597,60 +269,6 @@ struct InstrumentServer::Impl
         in.control().add("refuse-open", std::move(refuse));
         in.onReset([this] { refusedOpens.clear(); });
     }
-
-    // ---- serial line ----------------------------------------------------------------------------
-
-    void sendSerial(std::string bytes)
-    {
-        serialOut += bytes;
-        while (!serialOut.empty()) {
-            const ssize_t n = ::write(ptyMaster, serialOut.data(), serialOut.size());
-            if (n <= 0)
-                break; // full: poll waits for room
-            serialOut.erase(0, static_cast<std::size_t>(n));
-        }
-    }
-
-    void serialReadable()
-    {
-        char buf[4096];
-        const ssize_t n = ::read(ptyMaster, buf, sizeof buf);
-        if (n <= 0)
-            return;
-        // Without a peer the line is a sink, so the updater's writes never block.
-        if (SerialPeer* peer = in.serialPeer())
-            sendSerial(
-                peer->received(std::string_view(buf, static_cast<std::size_t>(n)), Instrument::nowNs()));
-    }
-
-    void serialTimer()
-    {
-        SerialPeer* peer = in.serialPeer();
-        if (!peer)
-            return;
-        const auto deadline = peer->nextDeadline();
-        const std::uint64_t now = Instrument::nowNs();
-        if (deadline && *deadline <= now)
-            sendSerial(peer->timer(now));
-    }
-
-    // Nanosecond resolution: a paced line releases bytes every 87 us at 115200 baud, and a wake-up
-    // rounded to whole milliseconds would slow it noticeably.
-    bool pollTimeout(timespec* timeout) const
-    {
-        const SerialPeer* peer = in.serialPeer();
-        if (ptyMaster < 0 || !peer)
-            return false;
-        const auto deadline = peer->nextDeadline();
-        if (!deadline)
-            return false;
-        const std::uint64_t now = Instrument::nowNs();
-        const std::uint64_t wait =
-            *deadline <= now ? 0 : std::min<std::uint64_t>(*deadline - now, 60000000000u);
-        timeout->tv_sec = static_cast<time_t>(wait / 1000000000u);
-        timeout->tv_nsec = static_cast<long>(wait % 1000000000u);
-        return true;
-    }
 };
 
 // ---- libfuse glue ---------------------------------------------------------------------------------
@@ -676,8 +294,8 @@ const fuse_lowlevel_ops operations = [] {
         implOf(req).lookup(req, parent, name);
     };
     ops.getattr = [](fuse_req_t req, fuse_ino_t ino, fuse_file_info*) { implOf(req).getattr(req, ino); };
-    ops.setattr = [](fuse_req_t req, fuse_ino_t ino, struct stat*, int toSet, fuse_file_info* fi) {
-        implOf(req).setattr(req, ino, toSet, fi);
+    ops.setattr = [](fuse_req_t req, fuse_ino_t ino, struct stat*, int toSet, fuse_file_info*) {
+        implOf(req).setattr(req, ino, toSet);
     };
     ops.readdir = [](fuse_req_t req, fuse_ino_t ino, size_t size, off_t off, fuse_file_info*) {
         implOf(req).readdir(req, ino, size, off);
@@ -707,7 +325,7 @@ InstrumentServer::InstrumentServer(Instrument& instrument) : m_impl(std::make_un
 InstrumentServer::~InstrumentServer()
 {
     unmount();
-    for (int fd : {m_impl->stopFd, m_impl->signalFd, m_impl->ptyMaster, m_impl->ptySlave}) {
+    for (int fd : {m_impl->stopFd, m_impl->signalFd}) {
         if (fd >= 0)
             ::close(fd);
     }
@@ -727,6 +345,7 @@ bool InstrumentServer::mount(const ServerOptions& options, std::string* error)
     if (options.fuseDebug)
         words.push_back("-d");
     std::vector<char*> argv;
+    argv.reserve(words.size());
     for (std::string& word : words)
         argv.push_back(word.data());
     fuse_args args = FUSE_ARGS_INIT(static_cast<int>(argv.size()), argv.data());
@@ -749,21 +368,7 @@ bool InstrumentServer::mount(const ServerOptions& options, std::string* error)
 
 bool InstrumentServer::openPty(std::string* slavePath, std::string* error)
 {
-    char name[256] = {};
-    if (openpty(&m_impl->ptyMaster, &m_impl->ptySlave, name, nullptr, nullptr) != 0) {
-        *error = std::string("cannot open a pseudo-terminal: ") + std::strerror(errno);
-        return false;
-    }
-    // Raw from the start, so nothing is echoed or translated before the updater sets the line up.
-    termios tio{};
-    tcgetattr(m_impl->ptySlave, &tio);
-    cfmakeraw(&tio);
-    tcsetattr(m_impl->ptySlave, TCSANOW, &tio);
-    fcntl(m_impl->ptyMaster, F_SETFL, fcntl(m_impl->ptyMaster, F_GETFL) | O_NONBLOCK);
-    fcntl(m_impl->ptyMaster, F_SETFD, FD_CLOEXEC);
-    fcntl(m_impl->ptySlave, F_SETFD, FD_CLOEXEC);
-    *slavePath = name;
-    return true;
+    return m_impl->serial.open(slavePath, error);
 }
 
 bool InstrumentServer::stopOnSignals(std::string* error)
@@ -808,11 +413,10 @@ int InstrumentServer::run()
     fuse_buf buf{};
     int result = 0;
     while (!fuse_session_exited(d.session)) {
-        pollfd fds[4] = {{fuseFd, POLLIN, 0}, {d.stopFd, POLLIN, 0}, {d.signalFd, POLLIN, 0}, {-1, 0, 0}};
-        if (d.ptyMaster >= 0)
-            fds[3] = {d.ptyMaster, short(POLLIN | (d.serialOut.empty() ? 0 : POLLOUT)), 0};
+        pollfd fds[4] = {
+            {fuseFd, POLLIN, 0}, {d.stopFd, POLLIN, 0}, {d.signalFd, POLLIN, 0}, d.serial.pollEntry()};
         timespec timeout{};
-        const int ready = ::ppoll(fds, 4, d.pollTimeout(&timeout) ? &timeout : nullptr, nullptr);
+        const int ready = ::ppoll(fds, 4, d.serial.timeout(&timeout) ? &timeout : nullptr, nullptr);
         if (ready < 0) {
             if (errno == EINTR)
                 continue;
@@ -832,11 +436,7 @@ int InstrumentServer::run()
             }
             fuse_session_process_buf(d.session, &buf);
         }
-        if (fds[3].revents & POLLIN)
-            d.serialReadable();
-        if ((fds[3].revents & POLLOUT) && !d.serialOut.empty())
-            d.sendSerial({});
-        d.serialTimer();
+        d.serial.serve(fds[3].revents);
     }
     std::free(buf.mem);
     unmount();

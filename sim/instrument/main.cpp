@@ -1,9 +1,11 @@
 // sim-instrument: serves the simulated instrument on a FUSE mount until SIGTERM (see sim/README.md).
 
+#include "ControlText.h"
 #include "EsaLine.h"
 #include "InstrumentServer.h"
 #include "PacedLine.h"
 #include "PicControl.h"
+#include "PicTarget.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,6 +17,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,10 +32,25 @@ struct Feature
     std::function<bool(sim::Instrument&, const std::string& value, std::string* error)> install;
 };
 
+// "2 (PGD), 3 (MCLR), ..." from the model's own numbering.
+std::string picLines()
+{
+    using sim::PicTarget;
+    const std::pair<int, const char*> lines[] = {{PicTarget::PGD, "PGD"},
+                                                 {PicTarget::MCLR, "MCLR"},
+                                                 {PicTarget::PGC, "PGC"},
+                                                 {PicTarget::POWER, "board power"},
+                                                 {PicTarget::PGM, "PGM"}};
+    std::string text;
+    for (const auto& [number, name] : lines)
+        text += (text.empty() ? "" : ", ") + std::to_string(number) + " (" + name + ")";
+    return text;
+}
+
 std::vector<Feature> features()
 {
     return {
-        {"--pic", false, "a PIC18F4620 on GPIO 2 to 6 (PGD, MCLR, PGC, board power, PGM); control/pic/",
+        {"--pic", false, "a PIC18F4620 on GPIO " + picLines() + "; control/pic/",
          [](sim::Instrument& in, const std::string&, std::string*) {
              sim::installPic(in);
              return true;
@@ -105,19 +123,17 @@ int main(int argc, char** argv)
             options.fuseDebug = true;
         } else if (arg == "--serial-baud") {
             std::string text;
-            char* end = nullptr;
             if (!value(&text))
                 return fail("--serial-baud needs a rate in baud");
-            serialBaud = std::strtoull(text.c_str(), &end, 10);
-            if (text.empty() || *end || serialBaud < 10 || serialBaud > 100000000)
+            serialBaud = sim::parseNumber(text, 10, 100000000).value_or(0);
+            if (serialBaud < 10)
                 return fail("--serial-baud needs a rate between 10 and 100000000 baud, not '" + text + "'");
         } else if (arg == "--log-limit") {
             std::string text;
-            char* end = nullptr;
             if (!value(&text))
                 return fail("--log-limit needs a number of lines");
-            const unsigned long long limit = std::strtoull(text.c_str(), &end, 10);
-            if (text.empty() || *end || limit == 0)
+            const std::uint64_t limit = sim::parseNumber(text, 10).value_or(0);
+            if (limit == 0)
                 return fail("--log-limit needs a positive number of lines, not '" + text + "'");
             instrument.setLogLimit(limit);
         } else {

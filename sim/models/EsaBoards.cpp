@@ -1,5 +1,7 @@
 #include "EsaBoards.h"
 
+#include "ControlText.h"
+
 namespace sim {
 
 namespace esa {
@@ -32,24 +34,6 @@ std::string packet(std::uint8_t number, std::string_view data)
 }
 
 } // namespace esa
-
-namespace {
-
-std::string hexText(std::string_view bytes)
-{
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(bytes.size() * 3);
-    for (unsigned char b : bytes) {
-        if (!text.empty())
-            text += ' ';
-        text += digits[b >> 4];
-        text += digits[b & 0x0F];
-    }
-    return text;
-}
-
-} // namespace
 
 EsaBoards::EsaBoards(std::size_t flashSize, std::size_t eepromSize) : m_sizes{flashSize, eepromSize}
 {
@@ -275,7 +259,7 @@ void EsaBoards::logLine(EsaBoard board, char direction, std::string_view bytes, 
     line += ' ';
     line += direction;
     line += ' ';
-    line += hexText(bytes);
+    line += hexBytes(bytes);
     if (!what.empty())
         line += " [" + what + "]";
     m_log.push_back(std::move(line));

@@ -95,8 +95,8 @@ public:
     };
 
     // Application flash below the boot section of a 128 KB part, and 4 KB of EEPROM.
-    static constexpr std::size_t defaultFlashSize = 120 * 1024;
-    static constexpr std::size_t defaultEepromSize = 4 * 1024;
+    static constexpr std::size_t defaultFlashSize = std::size_t{120} * 1024;
+    static constexpr std::size_t defaultEepromSize = std::size_t{4} * 1024;
     static constexpr std::uint8_t erasedByte = 0xFF;
 
     explicit EsaBoards(std::size_t flashSize = defaultFlashSize, std::size_t eepromSize = defaultEepromSize);

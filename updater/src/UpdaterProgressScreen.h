@@ -90,6 +90,9 @@ public slots:
     void sendNextESAPacket();
 
 private:
+    struct Command; // a kind of command-list line
+    static const Command* findCommand(const QString& keyword);
+
     Ui_UpdaterProgressScreen m_ui;
     int m_updateType;
     UPDATE_STAGE m_updateStage;

@@ -1,6 +1,6 @@
 #pragma once
-// Numbers and bytes as the control files spell them. Every control file parses and prints through these,
-// so a value reads back the way it was written.
+// Numbers and bytes as the simulator's text spells them (control files, logs, options). Everything parses
+// and prints through these, so a value reads back the way it was written.
 
 #include <cstddef>
 #include <cstdint>
