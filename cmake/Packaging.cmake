@@ -22,10 +22,10 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "Halbern instrument firmware team <firmware@halbern.example>")
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "firmware updater of the electrical test instrument
- The full-screen update program of the instrument's board. From its menu a technician updates the
- instrument from a PC or a memory stick, or formats its storage: an update package replaces the
- application, kernel, root image, files and modules, runs scripts, programs the boards' PIC18F
- microcontrollers and loads the AVR boards.")
+The full-screen update program of the instrument's board. From its menu a technician updates the
+instrument from a PC or a memory stick, or formats its storage: an update package replaces the
+application, kernel, root image, files and modules, runs scripts, programs the boards' PIC18F
+microcontrollers and loads the AVR boards.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 if(CMAKE_CROSSCOMPILING AND CMAKE_SYSROOT)
     # Read by cpack before its own search for dpkg-shlibdeps, which then keeps this command.

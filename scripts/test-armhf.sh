@@ -57,7 +57,7 @@ fetch_qemu() { # qemu-arm from bookworm-backports; bookworm's 7.2 cannot run Qt'
 qemu_ready() { "$qemu" --version 2>/dev/null | grep -qE 'version (1[0-9]|[2-9][0-9])\.'; }
 
 make_sysroot() { # <dir>: Debian 12 armhf with what the project builds and runs against, dpkg database included
-    local dir=$1
+    local dir=${1:?}
     rm -rf "$dir"
     # Maintainer scripts run emulated (binfmt). The security suite is left out: its armhf index did not
     # download consistently.
@@ -72,7 +72,7 @@ make_sysroot() { # <dir>: Debian 12 armhf with what the project builds and runs 
     done
     # The emulator looks every path up in the sysroot first: its /dev would hide the machine's devices and
     # its /tmp the sandbox's, so the runtime folders go.
-    rm -rf "$dir"/{boot,dev,home,media,mnt,opt,proc,root,run,srv,sys,tmp} "$dir"/var/{cache,lock,log,mail,run,spool,tmp}
+    rm -rf "${dir:?}"/{boot,dev,home,media,mnt,opt,proc,root,run,srv,sys,tmp} "${dir:?}"/var/{cache,lock,log,mail,run,spool,tmp}
 }
 recipe=$(declare -f make_sysroot | sha256sum | cut -c1-16)
 tarball=$cache/armhf-bookworm-$recipe.tar.zst
