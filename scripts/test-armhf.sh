@@ -138,7 +138,7 @@ ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1
 say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
 native=$repo/build-native
 cmake -S "$repo" -B "$native" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-nice cmake --build "$native" -j 2 --target tst_expander tst_shell
+nice cmake --build "$native" -j 2 --target tst_expander tst_shell sim-instrument
 ctest --test-dir "$native" -R "$native_only" --output-on-failure --timeout 900 || status=1
 
 say "Debian package"

@@ -16,8 +16,10 @@ namespace sim {
 class EsaPeer : public SerialPeer
 {
 public:
-    static constexpr int selectLine = 3;                 // 0: IO board, 1: Measurement board
-    static constexpr std::uint64_t splitGapNs = 5000000; // between the pieces of a split reply
+    static constexpr int selectLine = 3; // 0: IO board, 1: Measurement board
+    // Between the pieces of a split reply: long enough that even a slow (emulated, loaded) reader takes
+    // each piece in a read of its own.
+    static constexpr std::uint64_t splitGapNs = 50000000;
 
     EsaPeer(GpioLineBank& gpio, EsaBoards& boards) : m_gpio(gpio), m_boards(boards) {}
 
