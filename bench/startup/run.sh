@@ -13,7 +13,8 @@ for i in $(seq "$RUNS"); do
     rm -rf /mnt/data /tmp/probe.txt
     PROBE_T0=$(date +%s%N) PROBE_OUT=/tmp/probe.txt "$UPDATER" >/dev/null 2>&1 &
     pid=$!
-    for _ in $(seq 200); do [ -s /tmp/probe.txt ] && break; sleep 0.05; done
+    # Other report lines come first: the run ends at the first painted menu (up to a minute, emulated CPUs are slow).
+    for _ in $(seq 1200); do grep -qs '^painted-menu' /tmp/probe.txt && break; sleep 0.05; done
     kill "$pid" 2>/dev/null; wait "$pid" 2>/dev/null || true
     cat /tmp/probe.txt
 done

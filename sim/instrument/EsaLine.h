@@ -20,7 +20,9 @@ class EsaPeer : public SerialPeer
 public:
     // The PIC's MCLR line doubles as the board select: 0 the IO board, 1 the Measurement board.
     static constexpr int selectLine = PicTarget::MCLR;
-    static constexpr std::uint64_t splitGapNs = 5000000; // between the pieces of a split reply
+    // Between the pieces of a split reply: long enough that even a slow (emulated, loaded) reader takes
+    // each piece in a read of its own.
+    static constexpr std::uint64_t splitGapNs = 50000000;
 
     EsaPeer(GpioLineBank& gpio, EsaBoards& boards) : m_gpio(gpio), m_boards(boards) {}
 

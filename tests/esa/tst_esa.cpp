@@ -233,7 +233,7 @@ private slots:
 
     // Three loads on one screen: the IO board's second load sends no "B" (its flag stays set), the other
     // board gets its own. Every call adds a readyRead() connection. The boards answer EOT here with 00,
-    // then 06 alone 5 ms later, when the load has long returned and nothing else is under way: the first
+    // then 06 alone 50 ms later, when the load has long returned and nothing else is under way: the first
     // run for that notification reads it, each further run reads nothing.
     void repeatedLoadsOnOneScreen()
     {

@@ -7,8 +7,8 @@
 #include <QMessageBox>
 #include <QSettings>
 
-// Revision-control keyword form; shown without the dollar signs.
-QString versionString = "$Version: 4.1 $";
+// Revision-control keyword form; shown without the dollar signs. The number is the project's version.
+QString versionString = "$Version: " UPDATER_VERSION " $";
 
 UpdaterMainScreen::UpdaterMainScreen(QWidget* parent, Qt::WindowFlags f) : QWidget(parent, f)
 {

@@ -1,0 +1,169 @@
+#!/usr/bin/env bash
+# The updater on its own platform: cross-builds everything for the instrument's board (32-bit ARM
+# Cortex-A8, Debian 12 armhf) into build-armhf/, runs the test suite under user-mode emulation of that CPU,
+# writes build-armhf/instrument-updater_<version>_armhf.deb and prints the emulated start-up time.
+# Exit status 0 only when all of that succeeded.
+#   scripts/test-armhf.sh        as root on Debian 12 amd64 (CI runs it after scripts/test.sh)
+#
+# Kept between runs in /var/cache/instrument-updater (outside /tmp, /home, /mnt and /run, which the sandbox
+# replaces, so emulated programs keep their libraries): the armhf sysroot as a tarball (made once with
+# mmdebstrap, a few minutes; unpacked again in seconds) and qemu-arm 10 from bookworm-backports, fetched
+# into a folder of its own so that the machine's apt sources and packages stay as they are. For the run,
+# qemu-arm is registered with binfmt_misc so that scripts, bubblewrap and QProcess can start ARM programs;
+# the entry is removed at exit, whatever happened.
+set -euo pipefail
+repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+cd "$repo"
+cache=/var/cache/instrument-updater
+build=$repo/build-armhf
+mirror=${ARMHF_MIRROR:-http://deb.debian.org/debian}
+sysroot=$cache/armhf-sysroot
+qemu=$cache/qemu/qemu-arm
+binfmt=/proc/sys/fs/binfmt_misc
+# qemu-user has no I2C_SLAVE ioctl: emulated programs cannot address the simulated expander on /dev/i2c-1.
+native_only='^tst_(expander|shell)$'
+
+say() { printf '== %s (at %d s)\n' "$*" "$SECONDS"; }
+die() { echo "test-armhf: $*" >&2; exit 1; }
+[ "$(id -u)" = 0 ] || die "run as root: it installs packages, registers qemu-arm with binfmt_misc and keeps its cache in $cache"
+
+say "host tools"
+bash scripts/setup.sh g++-arm-linux-gnueabihf mmdebstrap dpkg-dev file zstd
+
+entry="" mounted_binfmt=""
+cleanup() {
+    if [ -n "$entry" ] && [ -e "$binfmt/$entry" ]; then echo -1 >"$binfmt/$entry" || true; fi
+    if [ -n "$mounted_binfmt" ]; then umount "$binfmt" || true; fi
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+fetch_qemu() { # qemu-arm from bookworm-backports; bookworm's 7.2 cannot run Qt's QProcess (clone flags)
+    local apt=$cache/qemu/apt
+    rm -rf "$apt"
+    mkdir -p "$apt/lists/partial" "$apt/archives/partial" "$apt/sources.list.d"
+    echo "deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg] $mirror bookworm-backports main" \
+        >"$apt/sources.list"
+    local opts=(-q -o Dir::Etc::SourceList="$apt/sources.list" -o Dir::Etc::SourceParts="$apt/sources.list.d"
+        -o Dir::State::Lists="$apt/lists" -o Dir::Cache="$apt" -o Dir::Cache::Archives="$apt/archives"
+        -o Dir::State::Status=/dev/null -o APT::Sandbox::User=root)
+    apt-get "${opts[@]}" update >/dev/null
+    (cd "$apt" && apt-get "${opts[@]}" download qemu-user/bookworm-backports >/dev/null)
+    dpkg-deb --fsys-tarfile "$apt"/qemu-user_*.deb | tar -xO ./usr/bin/qemu-arm >"$qemu.new"
+    chmod 755 "$qemu.new"
+    mv "$qemu.new" "$qemu"
+    rm -rf "$apt"
+}
+qemu_ready() { "$qemu" --version 2>/dev/null | grep -qE 'version (1[0-9]|[2-9][0-9])\.'; }
+
+make_sysroot() { # <dir>: Debian 12 armhf with what the project builds and runs against, dpkg database included
+    local dir=${1:?}
+    rm -rf "$dir"
+    # Maintainer scripts run emulated (binfmt). The security suite is left out: its armhf index did not
+    # download consistently.
+    mmdebstrap --mode=root --variant=essential --architectures=armhf --skip=check/qemu \
+        --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr --dpkgopt='path-exclude=/usr/share/doc/*' \
+        --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
+        --include=qtbase5-dev,libfuse3-dev,libstdc++-12-dev,libc6-dev \
+        bookworm "$dir" "deb $mirror bookworm main" "deb $mirror bookworm-updates main"
+    # Absolute links would lead out of the sysroot into the build machine: make them relative.
+    find "$dir" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
+        ln -sfn "$(realpath -m -s --relative-to="$(dirname "$link")" "$dir$(readlink "$link")")" "$link"
+    done
+    # The emulator looks every path up in the sysroot first: its /dev would hide the machine's devices and
+    # its /tmp the sandbox's, so the runtime folders go.
+    rm -rf "${dir:?}"/{boot,dev,home,media,mnt,opt,proc,root,run,srv,sys,tmp} "${dir:?}"/var/{cache,lock,log,mail,run,spool,tmp}
+}
+recipe=$(declare -f make_sysroot | sha256sum | cut -c1-16)
+tarball=$cache/armhf-bookworm-$recipe.tar.zst
+sysroot_ready() { [ "$(cat "$sysroot/.recipe" 2>/dev/null)" = "$recipe" ]; }
+
+register_emulator() {
+    if [ ! -e "$binfmt/register" ]; then
+        mount -t binfmt_misc binfmt_misc "$binfmt" || die "cannot mount binfmt_misc on $binfmt"
+        mounted_binfmt=1
+    fi
+    [ "$(cat "$binfmt/status")" = enabled ] || die "binfmt_misc is disabled on this machine ($binfmt/status)"
+    # ELF header of 32-bit little-endian ARM programs and libraries, the entry qemu's own tables give.
+    local magic='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00'
+    local mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+    entry=instrument-updater-arm-$$
+    # O: qemu gets the opened program, P: argv[0] kept, F: qemu opened now, so it also works in namespaces.
+    echo ":$entry:M::$magic:$mask:$qemu:OPF" >"$binfmt/register" || die "cannot register $qemu with binfmt_misc"
+}
+
+# Runs that use the cache hold it shared; only a run that has to change it takes it alone.
+mkdir -p "$cache/qemu"
+exec 9>"$cache/.lock"
+flock -s 9
+if ! qemu_ready || ! sysroot_ready; then
+    flock -x 9
+    if ! qemu_ready; then
+        say "fetching qemu-arm from bookworm-backports into $cache/qemu"
+        fetch_qemu
+    fi
+fi
+register_emulator
+if ! sysroot_ready; then
+    if [ -s "$tarball" ]; then
+        say "unpacking the cached armhf sysroot"
+        rm -rf "$sysroot" && mkdir -p "$sysroot"
+        zstd -dcq "$tarball" | tar -C "$sysroot" --numeric-owner -xf -
+    else
+        say "making the armhf sysroot (once per machine)"
+        make_sysroot "$sysroot.new"
+        tar -C "$sysroot.new" --numeric-owner -cf - . | zstd -q -T0 >"$tarball.part"
+        mv "$tarball.part" "$tarball"
+        find "$cache" -maxdepth 1 -name 'armhf-bookworm-*.tar.zst' ! -name "${tarball##*/}" -delete
+        rm -rf "$sysroot" && mv "$sysroot.new" "$sysroot"
+    fi
+    echo "$recipe" >"$sysroot/.recipe"
+fi
+flock -s 9
+"$qemu" --version | head -n 1
+
+say "cross build into $build"
+cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/armhf-toolchain.cmake" \
+    -DARMHF_SYSROOT="$sysroot" -DARMHF_EMULATOR="$qemu" -DUPDATER_SANITIZE=OFF >/dev/null
+nice cmake --build "$build" -j 2
+file "$build/updater/updater"
+
+export QEMU_LD_PREFIX=$sysroot QEMU_CPU=cortex-a8 QT_QPA_PLATFORM=offscreen
+# QtTest ends a test function after 5 minutes; an emulated CPU needs longer for the PIC and end-to-end runs.
+export QTEST_FUNCTION_TIMEOUT=1800000
+status=0
+say "test suite under Cortex-A8 emulation"
+ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1800 || status=1
+
+say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
+native=$repo/build-native
+cmake -S "$repo" -B "$native" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
+nice cmake --build "$native" -j 2 --target tst_expander tst_shell sim-instrument
+ctest --test-dir "$native" -R "$native_only" --output-on-failure --timeout 900 || status=1
+
+say "Debian package"
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
+deb=$build/instrument-updater_${version}_armhf.deb
+rm -f "$deb"
+if (cd "$build" && cpack) >"$build/cpack.log" 2>&1 && [ -s "$deb" ]; then
+    dpkg-deb -I "$deb"
+    # Every library the updater loads must be covered by Depends, through the package that ships it.
+    depends=$(dpkg-deb -f "$deb" Depends | sed -E 's/\([^)]*\)//g; s/[|,]/\n/g' | tr -d ' ')
+    for soname in $(arm-linux-gnueabihf-readelf -d "$build/updater/updater" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p'); do
+        owner=$(dpkg-query --admindir="$sysroot/var/lib/dpkg" -S "*/$soname" 2>/dev/null | head -n 1 | cut -d: -f1)
+        if [ -z "$owner" ] || ! grep -qxF "$owner" <<<"$depends"; then
+            echo "test-armhf: Depends lacks the package of $soname (${owner:-no package found in the sysroot})" >&2
+            status=1
+        fi
+    done
+else
+    cat "$build/cpack.log" >&2
+    echo "test-armhf: cpack did not write $deb" >&2
+    status=1
+fi
+
+say "start-up of the armhf updater under emulation"
+bash bench/startup/run.sh "$build" 9 || status=1
+
+say "$([ $status = 0 ] && echo "armhf: all passed" || echo "armhf: FAILED (see above)")"
+exit $status
