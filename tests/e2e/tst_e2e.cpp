@@ -26,6 +26,12 @@ QString readText(const QString& path)
 
 } // namespace
 
+// sim/sandbox exits with 77 when the machine lacks namespaces or FUSE; under CI=true it fails instead.
+#define RUN_JOB(run, job, packageFile)                                                                       \
+    const Run run = runJob(job, packageFile);                                                                \
+    if (run.exitCode == 77 && qEnvironmentVariable("CI") != "true")                                          \
+    QSKIP(qPrintable("the sandbox is unavailable on this machine:\n" + run.output))
+
 class EndToEndTest : public QObject
 {
     Q_OBJECT
@@ -98,7 +104,7 @@ private slots:
 
     void stickUpdateSucceedsAndEveryModelAgrees()
     {
-        const Run run = runJob("stick", package("good"));
+        RUN_JOB(run, "stick", package("good"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         // The technician's view, in order, with the percentages kept in place under their headings.
         QStringList expected = {"Processing update",
@@ -137,7 +143,7 @@ private slots:
 
     void failingPackageEndsRedAndLeavesTheRestAsStated()
     {
-        const Run run = runJob("stick", package("failing"));
+        RUN_JOB(run, "stick", package("failing"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         const QString view = run.view.join('\n');
         for (const char* line :
@@ -155,7 +161,7 @@ private slots:
 
     void noPackageOnTheStick()
     {
-        const Run run = runJob("stick", QString());
+        RUN_JOB(run, "stick", QString());
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         QVERIFY2(
             run.view.join('\n').contains("Could not find update file, press F1 to return to the main screen"),
@@ -164,7 +170,7 @@ private slots:
 
     void pcUpdateThroughTheTransferPartition()
     {
-        const Run run = runJob("pc", package("good"));
+        RUN_JOB(run, "pc", package("good"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         const QString view = run.view.join('\n');
         QVERIFY2(view.contains("Initialising PC connection"), qPrintable(view));
