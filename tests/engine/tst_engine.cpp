@@ -504,7 +504,7 @@ private slots:
             {"SYSTEM:NAND", "KERNEL:/uImage", "IMAGE:/rootfs.ubifs", "APP:/mainApp",
              "FILE:/etc/engine-unknown.conf", "UPDATER:/usr/bin/engine-u", "SYSTEM:FLASH", "", "APP:/a:b",
              "APP :/x", "XYZ:1", "PIC:/missing.hex", "PIC1:/missing.hex", "PIC1x:/missing.hex",
-             "ESA_IO_APP:/io.bin", "ESA_M_APP:/m.bin", "ESA_IO_EEP:/io.eep", "ESA_M_EEP:/m.eep"},
+             "ESA_IO_APP:/io.bin", "ESA_M_APP:/m.bin", "ESA_IO_EEP:/io.eep", "xESA_M_EEPx:/m.eep"},
             {{"/mainApp", payload(1200, 13)}, {"/etc/engine-unknown.conf", "u"}, {"/usr/bin/engine-u", "u"}}};
         QVERIFY(runStick(package));
 
