@@ -7,6 +7,7 @@
 #include "UpdaterProgressScreen.h"
 
 #include "../../tests/support/EsaLoaderAccess.h"
+#include "../../tests/support/SimInstrument.h"
 
 #include <QApplication>
 #include <QDir>
@@ -24,12 +25,6 @@ constexpr double lineBytesPerSecond = 115200.0 / 10; // 8N1: start, 8 data bits,
 constexpr int imageSize = 64 * 1024;
 constexpr int blockSize = 128;
 constexpr int packetSize = blockSize + 5;
-
-QByteArray readControl(const QString& name)
-{
-    QFile file(qEnvironmentVariable("SIM_CONTROL", "/run/sim") + "/" + name);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 // The loader's debug lines are counted, not printed: writing them out would slow the load down.
 int g_unknownReads = 0;
@@ -57,7 +52,7 @@ int main(int argc, char** argv)
     const int loads = argc > 1 ? QString(argv[1]).toInt() : 3;
     if (loads < 1)
         return fail("the number of loads must be a positive number");
-    if (!QFile::exists(qEnvironmentVariable("SIM_CONTROL", "/run/sim") + "/esa/log"))
+    if (!siminstrument::available("esa/log"))
         return fail(
             "no simulated ESA boards: run inside sim/sandbox --instrument with --serial esa (run.sh)");
 
@@ -89,7 +84,7 @@ int main(int argc, char** argv)
         const double seconds = double(clock.nsecsElapsed()) / 1e9;
         if (result != 0)
             return fail("the load failed");
-        if (readControl("esa/io/flash") != image)
+        if (siminstrument::read("esa/io/flash") != image)
             return fail("the board's flash does not hold the image");
         const double rate = imageSize / seconds;
         rates.push_back(rate);

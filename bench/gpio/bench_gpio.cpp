@@ -5,9 +5,10 @@
 #include "GpioPinController.h"
 #include "PicTarget.h"
 
+#include "../../tests/support/SimInstrument.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,7 +37,7 @@ int main(int argc, char** argv)
                      argv[1]);
         return 2;
     }
-    if (!QFile::exists("/run/sim/log")) {
+    if (!siminstrument::available()) {
         std::fprintf(stderr,
                      "bench_gpio: no simulated instrument; run it through sim/sandbox --instrument\n");
         return 2;

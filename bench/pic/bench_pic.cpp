@@ -7,6 +7,8 @@
 #include "PicProgrammer.h"
 #include "PicTarget.h"
 
+#include "../../tests/support/SimInstrument.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
@@ -22,34 +24,6 @@
 #include <vector>
 
 namespace {
-
-const QString CONTROL = "/run/sim/";
-
-std::map<QString, double> readStats(const QString& name, char separator)
-{
-    std::map<QString, double> stats;
-    QFile file(CONTROL + name);
-    if (!file.open(QIODevice::ReadOnly))
-        return stats;
-    for (const QByteArray& line : file.readAll().split('\n')) {
-        const int at = line.indexOf(separator);
-        if (at > 0)
-            stats[QString::fromLatin1(line.left(at))] = line.mid(at + 1).trimmed().toDouble();
-    }
-    return stats;
-}
-
-QByteArray readControl(const QString& name)
-{
-    QFile file(CONTROL + name);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-bool writeControl(const QString& name, const QByteArray& data)
-{
-    QFile file(CONTROL + name);
-    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size() && (file.close(), true);
-}
 
 QByteArray record(quint16 offset, quint8 type, const QByteArray& data)
 {
@@ -95,7 +69,7 @@ const char* const DELAY_NAMES[] = {"P2",  "P5",  "P5A", "P6",  "P9", "P10", "P11
 int main(int argc, char** argv)
 {
     QCoreApplication app(argc, argv);
-    if (!QFile::exists(CONTROL + "pic/flash")) {
+    if (!siminstrument::available("pic/flash")) {
         std::fprintf(stderr, "bench_pic: no simulated PIC; run it through sim/sandbox --instrument "
                              "--instrument-arg --pic (see bench/pic/run.sh)\n");
         return 2;
@@ -127,7 +101,7 @@ int main(int argc, char** argv)
     // Cost of one operation of the GPIO front end, measured with the PIC board unpowered.
     double writeUs, readUs, directionUs;
     const double calibrationWait0 =
-        runQueueWaitS() + readStats("pic/stats", ' ')["server_run_delay_ns"] / 1e9;
+        runQueueWaitS() + siminstrument::counters("pic/stats")["server_run_delay_ns"] / 1e9;
     const long calibrationOps = 20000 + 20000 + 5000;
     {
         GpioPinController power(QString::number(sim::PicTarget::POWER));
@@ -146,15 +120,16 @@ int main(int argc, char** argv)
     }
     // Part of every operation: one side waits in the run queue while the other finishes its turn.
     const double waitPerOp =
-        (runQueueWaitS() + readStats("pic/stats", ' ')["server_run_delay_ns"] / 1e9 - calibrationWait0) /
+        (runQueueWaitS() + siminstrument::counters("pic/stats")["server_run_delay_ns"] / 1e9 -
+         calibrationWait0) /
         double(calibrationOps);
 
     // The run, as the update step drives it (without its one-second pause and screen updates).
-    writeControl("pic/flash", QByteArray(0x10000, '\0'));
-    writeControl("pic/stats", "0");
-    const auto bank0 = readStats("stats", '=');
+    siminstrument::write("pic/flash", QByteArray(0x10000, '\0'));
+    siminstrument::write("pic/stats", "0");
+    const auto bank0 = siminstrument::counters("stats");
     const double waitBench0 = runQueueWaitS();
-    const double waitServer0 = readStats("pic/stats", ' ')["server_run_delay_ns"] / 1e9;
+    const double waitServer0 = siminstrument::counters("pic/stats")["server_run_delay_ns"] / 1e9;
     std::map<QString, double> bankErased;
     QElapsedTimer wall;
     wall.start();
@@ -162,20 +137,20 @@ int main(int argc, char** argv)
     PicProgrammer* pic = new PicProgrammer;
     QObject::connect(pic, &PicProgrammer::eraseDone, [&] {
         eraseNs = wall.nsecsElapsed();
-        bankErased = readStats("stats", '=');
+        bankErased = siminstrument::counters("stats");
         pic->programPic(hexPath);
     });
     pic->ev_pic_begin_erase();
     while (!pic->isFinished())
         QCoreApplication::processEvents(QEventLoop::AllEvents);
     const double wallS = wall.nsecsElapsed() / 1e9;
-    const double waitS =
-        runQueueWaitS() - waitBench0 + readStats("pic/stats", ' ')["server_run_delay_ns"] / 1e9 - waitServer0;
+    const double waitS = runQueueWaitS() - waitBench0 +
+                         siminstrument::counters("pic/stats")["server_run_delay_ns"] / 1e9 - waitServer0;
     const bool programmed = pic->isProgrammed();
     delete pic;
-    const auto bank1 = readStats("stats", '=');
-    auto model = readStats("pic/stats", ' ');
-    const bool same = readControl("pic/flash") == image;
+    const auto bank1 = siminstrument::counters("stats");
+    auto model = siminstrument::counters("pic/stats");
+    const bool same = siminstrument::read("pic/flash") == image;
 
     // Waits the protocol mandates, from what the model saw happen.
     using P = PicProgrammer;
@@ -229,7 +204,7 @@ int main(int argc, char** argv)
         "timing violations (model)  %8.0f    (goal 0; P9 %.0f, P10 %.0f, P11 %.0f, P12 %.0f, P15 %.0f)\n",
         model["timing_violations"], model["p9_violations"], model["p10_violations"], model["p11_violations"],
         model["p12_violations"], model["p15_violations"]);
-    std::printf("holds seen on the wire (ns):\n%s", readControl("pic/holds").constData());
+    std::printf("holds seen on the wire (ns):\n%s", siminstrument::read("pic/holds").constData());
 
     // Each named delay on its own, in the same pinned process: overshoot over its nominal minimum.
     std::printf("delay   nominal      median overshoot   min overshoot   goal (2 %% + 5 us)\n");

@@ -26,6 +26,12 @@ QString readText(const QString& path)
 
 } // namespace
 
+// sim/sandbox exits with 77 when the machine lacks namespaces or FUSE; under CI=true it fails instead.
+#define RUN_JOB(run, job, packageFile)                                                                       \
+    const Run run = runJob(job, packageFile);                                                                \
+    if (run.exitCode == 77 && qEnvironmentVariable("CI") != "true")                                          \
+    QSKIP(qPrintable("the sandbox is unavailable on this machine:\n" + run.output))
+
 class EndToEndTest : public QObject
 {
     Q_OBJECT
@@ -98,7 +104,7 @@ private slots:
 
     void stickUpdateSucceedsAndEveryModelAgrees()
     {
-        const Run run = runJob("stick", package("good"));
+        RUN_JOB(run, "stick", package("good"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         // The technician's view, in order, with the percentages kept in place under their headings.
         QStringList expected = {"Processing update",
@@ -135,22 +141,35 @@ private slots:
                  qPrintable(run.verify));
     }
 
-    void failingPackageEndsRedAndLeavesTheRestAsStated()
+    // Other jobs: lines the view must show (one starting with "!" must not), lines of the verifier's report.
+    void job_data()
     {
-        const Run run = runJob("stick", package("failing"));
-        QVERIFY2(run.exitCode == 0, qPrintable(run.output));
-        const QString view = run.view.join('\n');
-        for (const char* line :
-             {"Failed - Updating root files with folder: /etc/calibration.conf", "Bad command format.",
-              "Failed - AVR updates not enabled",
-              "Failed - Updating ESA IO Board Application with file: /io_board.bin", "PIC Erase Complete",
-              "Some of the updates failed, press F1 to return to the main screen"})
-            QVERIFY2(view.contains(line), qPrintable(QString(line) + " missing from:\n" + view));
-        QVERIFY2(!view.contains("Update complete"), qPrintable(view));
+        QTest::addColumn<QString>("job");
+        QTest::addColumn<QString>("variant"); // of the sample packages; empty: no package on the stick
+        QTest::addColumn<QStringList>("shown");
+        QTest::addColumn<QStringList>("verified");
         // What did not fail still happened; the closed ESA gate sent nothing to the boards.
-        QVERIFY2(run.verify.contains("ok      APP:/mainApp"), qPrintable(run.verify));
-        QVERIFY2(run.verify.contains("ok      PIC:/board.hex"), qPrintable(run.verify));
-        QVERIFY2(run.verify.contains("ESA boards untouched (boot requests: 0)"), qPrintable(run.verify));
+        QTest::newRow("failing package ends red")
+            << "stick"
+            << "failing"
+            << QStringList{"Failed - Updating root files with folder: /etc/calibration.conf",
+                           "Bad command format.",
+                           "Failed - AVR updates not enabled",
+                           "Failed - Updating ESA IO Board Application with file: /io_board.bin",
+                           "PIC Erase Complete",
+                           "Some of the updates failed, press F1 to return to the main screen",
+                           "!Update complete"}
+            << QStringList{"ok      APP:/mainApp", "ok      PIC:/board.hex",
+                           "ESA boards untouched (boot requests: 0)"};
+        QTest::newRow("no package on the stick")
+            << "stick"
+            << "" << QStringList{"Could not find update file, press F1 to return to the main screen"}
+            << QStringList{};
+        QTest::newRow("PC update through the transfer partition")
+            << "pc"
+            << "good" << QStringList{"Initialising PC connection", "Update complete, restart the system"}
+            << QStringList{"  modprobe g_mass_storage file=/dev/mmcblk0p6 removable=1\n",
+                           "  modprobe -r g_mass_storage\n", "ok      PIC:/board.hex"};
     }
 
     void hexRecordWrappingPast32BitsIsSkipped()
@@ -167,7 +186,7 @@ private slots:
         QCOMPARE(QProcess::execute("tar", {"-cjf", dir + "/WrapM_firmware_update_1.0.tar.bz2", "-C", dir,
                                            "firmware_update"}),
                  0);
-        const Run run = runJob("stick", package("wrap"));
+        RUN_JOB(run, "stick", package("wrap"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         QStringList seen = run.view;
         seen.removeAll(QString());
@@ -179,26 +198,20 @@ private slots:
                  qPrintable(run.verify));
     }
 
-    void noPackageOnTheStick()
+    void job()
     {
-        const Run run = runJob("stick", QString());
-        QVERIFY2(run.exitCode == 0, qPrintable(run.output));
-        QVERIFY2(
-            run.view.join('\n').contains("Could not find update file, press F1 to return to the main screen"),
-            qPrintable(run.view.join('\n')));
-    }
-
-    void pcUpdateThroughTheTransferPartition()
-    {
-        const Run run = runJob("pc", package("good"));
+        QFETCH(QString, job);
+        QFETCH(QString, variant);
+        QFETCH(QStringList, shown);
+        QFETCH(QStringList, verified);
+        RUN_JOB(run, job, variant.isEmpty() ? QString() : package(variant));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         const QString view = run.view.join('\n');
-        QVERIFY2(view.contains("Initialising PC connection"), qPrintable(view));
-        QVERIFY2(view.contains("Update complete, restart the system"), qPrintable(view));
-        QVERIFY2(run.verify.contains("  modprobe g_mass_storage file=/dev/mmcblk0p6 removable=1\n"),
-                 qPrintable(run.verify));
-        QVERIFY2(run.verify.contains("  modprobe -r g_mass_storage\n"), qPrintable(run.verify));
-        QVERIFY2(run.verify.contains("ok      PIC:/board.hex"), qPrintable(run.verify));
+        for (const QString& line : shown)
+            QVERIFY2(view.contains(line.mid(line.startsWith('!') ? 1 : 0)) != line.startsWith('!'),
+                     qPrintable(line + " wrong in:\n" + view));
+        for (const QString& line : verified)
+            QVERIFY2(run.verify.contains(line), qPrintable(line + " missing from:\n" + run.verify));
     }
 };
 

@@ -1,10 +1,7 @@
 // The update engine driven by the soft keys, as a technician drives it: the real screens, real packages
 // made by tar, the stub target commands of sim/stubs logging every command line in $SIM_STATE/calls.log,
-// and a throwaway overlay root that the updates install into.
-//
-// The system type set by a SYSTEM command lasts for the rest of the program run, as on the instrument,
-// so the cases run in their declared order: NAND (the start-up type) first, then SDCARD, then the
-// unknown type, from which nothing leads back.
+// and a throwaway overlay root that the updates install into. Every case starts a fresh shell, as the
+// instrument does at power-on: the system type a SYSTEM command sets lasts for the rest of a program run.
 #include "Canvas.h"
 #include "KeyboardEventFilter.h"
 #include "UpdaterMainScreen.h"
@@ -262,6 +259,11 @@ private slots:
             QSKIP(why);
         }
         qApp->installEventFilter(KeyboardEventFilter::instance());
+    }
+
+    void init()
+    {
+        resetTarget();
         m_canvas = std::make_unique<Canvas>();
         m_main = m_canvas->findChild<UpdaterMainScreen*>();
         m_progress = m_canvas->findChild<UpdaterProgressScreen*>();
@@ -274,33 +276,55 @@ private slots:
         QVERIFY(QTest::qWaitForWindowActive(m_canvas.get()));
     }
 
-    void init()
+    void cleanup() { m_canvas.reset(); }
+
+    // Stick jobs that end before any command runs, or with an empty list. Files on the media are
+    // "medium/name" (an empty package), "medium/name no-list" (a package without its command list) or
+    // "medium/name garbage" (no archive at all).
+    void stickJobWithoutCommands_data()
     {
-        if (!m_main->isVisible()) // an earlier case failed half-way: Back
-            QVERIFY(press(Qt::Key_F3));
-        resetTarget();
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<QStringList>("commands");
+        QTest::addColumn<QStringList>("appended");
+        // No partition table: the whole disk mounts at the first command. None of these names matches.
+        QTest::newRow("hidden file, no M, other suffix")
+            << QStringList{"sda/.M_firmware_update.tar.bz2", "sda/firmware_update.tar.bz2",
+                           "sda/xM_firmware_update.tar.gz"}
+            << QStringList{mountSda} << QStringList{processing, extracting, noPackage};
+        // One partition: the second command of the first pass mounts it. Two packages are as bad as none.
+        QTest::newRow("two packages on the partition")
+            << QStringList{"sda1/aM_firmware_update.tar.bz2", "sda1/bM_firmware_update.tar.bz2"}
+            << QStringList{mountSda, mountSda1} << QStringList{processing, extracting, noPackage};
+        QTest::newRow("no stick: 11 passes of both commands")
+            << QStringList{} << times(11, {mountSda, mountSda1}) << QStringList{processing, mountFailed};
+        // An empty list only finalises, and counts as success.
+        QTest::newRow("empty command list")
+            << QStringList{"sda/M_firmware_update.tar.bz2"} << QStringList{mountSda, sync, umountUpdate}
+            << packageView({}, {}, true);
+        QTest::newRow("package without its command list")
+            << QStringList{"sda/M_firmware_update.tar.bz2 no-list"} << QStringList{mountSda}
+            << QStringList{processing, extracting, reading,
+                           red("Failed to open update file, press F1 to return to the main screen\n")};
+        QTest::newRow("no archive at all")
+            << QStringList{"sda/M_firmware_update.tar.bz2 garbage"} << QStringList{mountSda}
+            << QStringList{processing, extracting,
+                           red("Failed to extract update files, press F1 to return to the main screen\n")};
     }
 
-    void stickLayoutsAndPackageNames()
+    void stickJobWithoutCommands()
     {
-        // No partition table: the whole disk mounts at the first command. No name here matches: a hidden
-        // file, one without "M" before _firmware_update, another suffix.
-        for (const char* name :
-             {".M_firmware_update.tar.bz2", "firmware_update.tar.bz2", "xM_firmware_update.tar.gz"})
-            writePackage(media("sda"), name, {});
+        QFETCH(QStringList, files);
+        QFETCH(QStringList, commands);
+        QFETCH(QStringList, appended);
+        for (const QString& file : files) {
+            const QString medium = file.section('/', 0, 0), name = file.section('/', 1).section(' ', 0, 0);
+            if (file.endsWith(" garbage"))
+                writeFile(media(medium) + "/" + name, "not an archive");
+            else
+                writePackage(media(medium), name, {{}, {{"/uImage", "k"}}, "\n", !file.endsWith(" no-list")});
+        }
         QVERIFY(startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1));
-        checkRun({mountSda}, {processing, extracting, noPackage});
-
-        // One partition: the second command of the first pass mounts it. Two packages are as bad as none.
-        resetTarget();
-        writePackage(media("sda1"), "aM_firmware_update.tar.bz2", {});
-        QVERIFY(runStick({}, "sda1", "bM_firmware_update.tar.bz2"));
-        checkRun({mountSda, mountSda1}, {processing, extracting, noPackage});
-
-        // No stick: 11 passes of both commands, then the mount failure.
-        resetTarget();
-        QVERIFY(startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1));
-        checkRun(times(11, {mountSda, mountSda1}), {processing, mountFailed});
+        checkRun(commands, appended);
     }
 
     void nandCommandsSucceed()
@@ -427,9 +451,8 @@ private slots:
         // A failed gadget load keeps the first stage: the next F1 tries again.
         QVERIFY(startJob(Qt::Key_F2, pcPrompt) && press(Qt::Key_F1) && press(Qt::Key_F1));
 
-        // The PC copies the package and more onto the partition. No SYSTEM line: the SD card type of the
-        // earlier package still holds.
-        const Package package{{"KERNEL:/uImage"}, {{"/uImage", payload(4096, 12)}}};
+        // The PC copies the package and more onto the partition.
+        const Package package{{"SYSTEM:SDCARD", "KERNEL:/uImage"}, {{"/uImage", payload(4096, 12)}}};
         writePackage(media("mmcblk0p6"), "pcM_firmware_update.tar.bz2", package);
         for (const char* file : {"/firmware_update/leftover.bin", "/keep/inner.txt", "/.hidden"})
             writeFile(media("mmcblk0p6") + file, "x");
@@ -441,25 +464,38 @@ private slots:
             QStringList{initialising,
                         red("Failed to initialise PC connection press F1 to return to the main screen\n"),
                         initialising, copyNow} +
-                packageView(package.config, {"Updating kernel with file: /uImage"}, true));
+                packageView(package.config,
+                            {"System Type set to: SDCARD", "Updating kernel with file: /uImage"}, true));
         QVERIFY(readAll(media("mmcblk0")).startsWith(package.files.value("/uImage")));
         // Every top-level file went, hidden ones and directories with files aside.
         QCOMPARE(entries(media("mmcblk0p6")), QStringList({".hidden", "keep"}));
         QCOMPARE(entries(media("mmcblk0p6") + "/keep"), QStringList({"inner.txt"}));
+    }
 
-        // The gadget will not unload, or the partition will not mount: the job ends there.
-        auto failingAt = [this](const QString& fault, const QStringList& commands,
-                                const QStringList& appended) {
-            resetTarget();
-            QDir().mkpath(media("mmcblk0p6"));
-            setFaults({fault});
-            QVERIFY(startJob(Qt::Key_F2, pcPrompt) && press(Qt::Key_F1) && press(Qt::Key_F1));
-            checkRun(QStringList{gadgetLoad} + f1Umounts + commands,
-                     QStringList{initialising, copyNow} + appended);
-        };
-        failingAt("1 1 modprobe -r *", {gadgetUnload},
-                  {red("Failed to close PC connection, press F1 to return to the main screen\n")});
-        failingAt("1 1 mount /dev/mmcblk0p6 *", {gadgetUnload, mountPc}, {processing, mountFailed});
+    // The gadget will not unload, or the partition will not mount: the job ends there.
+    void pcJobEndsEarly_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QStringList>("commands");
+        QTest::addColumn<QStringList>("appended");
+        QTest::newRow("gadget stays")
+            << "1 1 modprobe -r *" << QStringList{gadgetUnload}
+            << QStringList{red("Failed to close PC connection, press F1 to return to the main screen\n")};
+        QTest::newRow("partition does not mount")
+            << "1 1 mount /dev/mmcblk0p6 *" << QStringList{gadgetUnload, mountPc}
+            << QStringList{processing, mountFailed};
+    }
+
+    void pcJobEndsEarly()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QStringList, commands);
+        QFETCH(QStringList, appended);
+        QDir().mkpath(media("mmcblk0p6"));
+        setFaults({fault});
+        QVERIFY(startJob(Qt::Key_F2, pcPrompt) && press(Qt::Key_F1) && press(Qt::Key_F1));
+        checkRun(QStringList{gadgetLoad} + f1Umounts + commands,
+                 QStringList{initialising, copyNow} + appended);
     }
 
     void unknownSystemBadLinesPicAndEsa()
@@ -468,7 +504,7 @@ private slots:
             {"SYSTEM:NAND", "KERNEL:/uImage", "IMAGE:/rootfs.ubifs", "APP:/mainApp",
              "FILE:/etc/engine-unknown.conf", "UPDATER:/usr/bin/engine-u", "SYSTEM:FLASH", "", "APP:/a:b",
              "APP :/x", "XYZ:1", "PIC:/missing.hex", "PIC1:/missing.hex", "PIC1x:/missing.hex",
-             "ESA_IO_APP:/io.bin", "ESA_M_APP:/m.bin", "ESA_IO_EEP:/io.eep", "ESA_M_EEP:/m.eep"},
+             "ESA_IO_APP:/io.bin", "ESA_M_APP:/m.bin", "ESA_IO_EEP:/io.eep", "xESA_M_EEPx:/m.eep"},
             {{"/mainApp", payload(1200, 13)}, {"/etc/engine-unknown.conf", "u"}, {"/usr/bin/engine-u", "u"}}};
         QVERIFY(runStick(package));
 
@@ -502,46 +538,37 @@ private slots:
         QVERIFY(!QFileInfo::exists("/usr/bin/engine-u"));
     }
 
-    void emptyListAndBrokenPackages()
+    // F5 formats the storage area, F4 the transfer area, each by its script.
+    void formatJob_data()
     {
-        // An empty list only finalises, and counts as success.
-        QVERIFY(runStick({}));
-        checkRun({mountSda, sync, umountUpdate}, packageView({}, {}, true));
-
-        // A package without its command list.
-        resetTarget();
-        QVERIFY(runStick({{}, {{"/uImage", "k"}}, "\n", false}));
-        checkRun({mountSda}, {processing, extracting, reading,
-                              red("Failed to open update file, press F1 to return to the main screen\n")});
-
-        // A package that is no archive at all.
-        resetTarget();
-        writeFile(media("sda") + "/M_firmware_update.tar.bz2", "not an archive");
-        QVERIFY(startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1));
-        checkRun({mountSda},
-                 {processing, extracting,
-                  red("Failed to extract update files, press F1 to return to the main screen\n")});
+        QTest::addColumn<Qt::Key>("key");
+        QTest::addColumn<QString>("prompt");
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<bool>("fails");
+        for (bool fails : {false, true}) {
+            const char* outcome = fails ? ", failing" : "";
+            QTest::addRow("F5 storage area%s", outcome) << Qt::Key_F5 << sdcardPrompt << "format_sdcard.sh"
+                                                        << "SDCard" << fails;
+            QTest::addRow("F4 transfer area%s", outcome)
+                << Qt::Key_F4 << transferPrompt << "format_transfer.sh"
+                << "Transfer area" << fails;
+        }
     }
 
-    // F5 formats the storage area, F4 the transfer area, each by its script.
-    void formatJobs()
+    void formatJob()
     {
-        const struct
-        {
-            Qt::Key key;
-            QString prompt, script, title;
-        } jobs[] = {{Qt::Key_F5, sdcardPrompt, "format_sdcard.sh", "SDCard"},
-                    {Qt::Key_F4, transferPrompt, "format_transfer.sh", "Transfer area"}};
-        for (bool fails : {true, false}) {
-            for (const auto& job : jobs) {
-                setFaults(fails ? QStringList{"1 1 " + job.script} : QStringList{});
-                QVERIFY(startJob(job.key, job.prompt) && press(Qt::Key_F1));
-                const QString end = ", press F1 to return to the main screen\n";
-                checkRun({job.script}, {"Formating " + job.title + "\n",
-                                        fails ? red("Failed to Format " + job.title + end)
-                                              : green("Successfully Formated " + job.title + end)});
-            }
-        }
+        QFETCH(Qt::Key, key);
+        QFETCH(QString, prompt);
+        QFETCH(QString, script);
+        QFETCH(QString, title);
+        QFETCH(bool, fails);
+        setFaults(fails ? QStringList{"1 1 " + script} : QStringList{});
+        QVERIFY(startJob(key, prompt) && press(Qt::Key_F1));
+        const QString end = ", press F1 to return to the main screen\n";
+        checkRun({script},
+                 {"Formating " + title + "\n", fails ? red("Failed to Format " + title + end)
+                                                     : green("Successfully Formated " + title + end)});
     }
 };
 

@@ -1,5 +1,5 @@
 // The ESA boards' boot loader model against the protocol: boot request and memory selection, XMODEM-CRC
-// packets numbered from 0, ACK/NAK decisions, routing by the select line, fault injection, the byte log;
+// packets numbered from 0, ACK/NAK decisions, routing by the select line, the fault syntax, the byte log;
 // and the paced line that the benchmark runs the model behind.
 #include "EsaBoards.h"
 #include "EsaLine.h"
@@ -156,42 +156,6 @@ private slots:
         QCOMPARE(rx(small, esa::packet(0, "e")), ACK);
         QCOMPARE(rx(small, esa::packet(1, "e")), NAK);
         QCOMPARE(small.counters(EsaBoard::Io).beyondMemory, 1u);
-    }
-
-    void injectedFaults()
-    {
-        EsaBoards boards;
-        boards.faults(EsaBoard::Io).nakAt = 1;
-        start(boards, IO);
-        QCOMPARE(rx(boards, esa::packet(0, "a")), ACK);
-        QCOMPARE(rx(boards, esa::packet(1, "b")), NAK);
-        QCOMPARE(rx(boards, esa::packet(1, "b")), ACK); // once only
-
-        boards.reset();
-        boards.faults(EsaBoard::Io).silentAt = 1;
-        start(boards, IO);
-        QCOMPARE(rx(boards, esa::packet(0, "a")), ACK);
-        QCOMPARE(rx(boards, esa::packet(1, "b")), QStringList());
-        QCOMPARE(rx(boards, "\x04"), QStringList());
-        QCOMPARE(boards.counters(EsaBoard::Io).blocksUnanswered, 1u);
-
-        boards.reset();
-        boards.faults(EsaBoard::Measurement).silentStart = true;
-        QCOMPARE(start(boards, MEASUREMENT), QStringList());
-
-        boards.reset();
-        boards.faults(EsaBoard::Io).stray = "\x55\xAA";
-        QCOMPARE(start(boards, IO), QStringList{"55 aa 43"});
-        boards.faults(EsaBoard::Io).splitReplies = true;
-        QCOMPARE(rx(boards, esa::packet(0, "a")), (QStringList{"55", "aa", "06"}));
-
-        boards.reset();
-        boards.faults(EsaBoard::Io).eotReply = "\x06\x43";
-        start(boards, IO);
-        QCOMPARE(rx(boards, "\x04"), QStringList{"06 43"});
-        boards.faults(EsaBoard::Io).eotReply.clear();
-        boards.received("2", IO);
-        QCOMPARE(rx(boards, "\x04"), QStringList());
     }
 
     void faultControlSyntax()

@@ -1,5 +1,5 @@
 // IOExpanderPinController on the simulated /dev/i2c-1: the bus transactions the expander sees. The
-// controller is a process-wide singleton, so the cases run in order on one instance.
+// controller is a process-wide singleton that keeps its state, so its life is one case, step by step.
 #include "IoExpanderPinController.h"
 
 #include "../support/SimInstrument.h"
@@ -11,6 +11,12 @@ namespace {
 QStringList bus()
 {
     return siminstrument::lines("i2c");
+}
+
+void clearRecords()
+{
+    siminstrument::clearLog();
+    siminstrument::write("i2c", "clear");
 }
 
 } // namespace
@@ -26,74 +32,60 @@ private slots:
         siminstrument::reset();
     }
 
-    void init()
-    {
-        siminstrument::clearLog();
-        siminstrument::write("i2c", "clear");
-    }
-
-    void nothingReachesTheBusBeforeInit()
+    void lifeOfTheSingleton()
     {
         IOExpanderPinController* io = IOExpanderPinController::instance();
         QCOMPARE(IOExpanderPinController::instance(), io);
+
+        // Nothing reaches the bus before init.
+        clearRecords();
         QVERIFY(!io->setDigOutput(3));
         QVERIFY(!io->clearDigOutput(3)); // would turn the start pattern 9e into 96 if it got through
         QVERIFY(!io->setDigOutput(7));
         QVERIFY(siminstrument::log().isEmpty());
         QVERIFY(bus().isEmpty());
-    }
 
-    void initConfiguresOutputsThenWritesTheStartPattern()
-    {
-        QVERIFY(IOExpanderPinController::instance()->init());
+        // init configures every pin as an output, then writes the start pattern.
+        clearRecords();
+        QVERIFY(io->init());
         QCOMPARE(siminstrument::log(), (QStringList{"open i2c-1 rdwr", "ioctl i2c-1 I2C_SLAVE 0x22",
                                                     "write i2c-1 03 00", "write i2c-1 01 9e"}));
         QCOMPARE(bus(), (QStringList{"w 22 03 00", "w 22 01 9e"}));
         QCOMPARE(siminstrument::read("expander"),
                  QByteArray("output=9e\nconfiguration=00\npolarity=00\npins=9e\n"));
-    }
 
-    void everyBitRequestRewritesThePort()
-    {
-        IOExpanderPinController* io = IOExpanderPinController::instance();
+        // Every bit request rewrites the port.
+        clearRecords();
         QVERIFY(io->clearDigOutput(7));
         QVERIFY(io->setDigOutput(0));
         QVERIFY(io->setDigOutput(0));   // already set: written all the same
         QVERIFY(io->clearDigOutput(5)); // already clear: written all the same
         QCOMPARE(bus(), (QStringList{"w 22 01 1e", "w 22 01 1f", "w 22 01 1f", "w 22 01 1f"}));
-    }
 
-    void pinsOutsideTheByteAreRejected()
-    {
-        IOExpanderPinController* io = IOExpanderPinController::instance();
+        // Pins outside the byte are rejected.
+        clearRecords();
         QVERIFY(!io->setDigOutput(8));
         QVERIFY(!io->setDigOutput(-1));
         QVERIFY(!io->clearDigOutput(8));
         QVERIFY(!io->clearDigOutput(-1));
         QVERIFY(bus().isEmpty());
-    }
 
-    void deinitTwiceClosesOnce()
-    {
-        IOExpanderPinController* io = IOExpanderPinController::instance();
+        // deinit twice closes once.
+        clearRecords();
         io->deinit();
         io->deinit();
         QCOMPARE(siminstrument::log(), QStringList{"close i2c-1"});
         QVERIFY(!io->setDigOutput(1));
         QVERIFY(bus().isEmpty());
-    }
 
-    void reinitRestoresTheLastPattern()
-    {
-        IOExpanderPinController* io = IOExpanderPinController::instance();
+        // A new init restores the last pattern.
+        clearRecords();
         QVERIFY(io->init());
         QCOMPARE(bus(), (QStringList{"w 22 03 00", "w 22 01 1f"}));
         io->deinit();
-    }
 
-    void failedOpenStillLetsPinRequestsThrough()
-    {
-        IOExpanderPinController* io = IOExpanderPinController::instance();
+        // A failed open still lets pin requests through.
+        clearRecords();
         siminstrument::write("refuse-open", "i2c-1");
         QTest::ignoreMessage(QtDebugMsg, "Failed to open I2c I/O Expander  Permission denied");
         QVERIFY(!io->init());

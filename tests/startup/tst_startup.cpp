@@ -38,15 +38,20 @@ private:
         if (!updater.waitForStarted(5000))
             return "could not start " + updaterBinary();
         m_label.clear();
-        for (int waited = 0; waited < 20000 && (m_label.isEmpty() || !settled()); waited += 50) {
-            QTest::qWait(50);
-            QFile report(probe);
-            if (report.open(QIODevice::ReadOnly))
-                for (const QString& line : QString::fromUtf8(report.readAll()).split('\n'))
-                    if (line.startsWith("menu-label "))
-                        m_label = line.mid(11);
-        }
-        QTest::qWait(300); // a settings write would be flushed by now
+        // The menu is painted after the start-up settings object has synchronised (its update request was
+        // posted first), so once the label is reported any settings write has reached the file.
+        const bool shown = QTest::qWaitFor(
+            [&] {
+                QFile report(probe);
+                if (report.open(QIODevice::ReadOnly))
+                    for (const QString& line : QString::fromUtf8(report.readAll()).split('\n'))
+                        if (line.startsWith("menu-label "))
+                            m_label = line.mid(11);
+                return !m_label.isEmpty() && settled();
+            },
+            60000);
+        if (!shown)
+            return "the menu was never reported painted (or the settings never settled)";
         if (updater.state() != QProcess::Running)
             return "the updater ended on its own: " + updater.readAllStandardError();
         updater.terminate();
