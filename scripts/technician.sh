@@ -17,6 +17,12 @@ timeout_s=${TECHNICIAN_TIMEOUT:-1200}
 : "${SIM_STATE:?run inside sim/sandbox}"
 say() { echo "technician: $*" >&2; }
 fail() { say "$*"; exit 1; }
+# The folder may be a test's temporary one, gone by the time anyone looks: the reason goes to stderr too.
+updater_alive() {
+    kill -0 "$updater" 2>/dev/null && return 0
+    tail -n 20 "$out/updater.log" >&2
+    fail "the updater ended unexpectedly (its log: $out/updater.log, last lines above)"
+}
 
 case "$job" in stick | pc) ;; *) fail "unknown job '$job' (stick or pc)" ;; esac
 [ "$package" = none ] || [ -f "$package" ] || fail "no package at '$package'"
@@ -33,15 +39,17 @@ fi
 pids=()
 trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
 if [ "$window_mode" != --window ]; then
-    # Xvfb picks a free display itself, so runs side by side do not meet.
+    # Xvfb picks a free display itself, so runs side by side do not meet. The number of an earlier run in
+    # the same folder must not be taken for this one's before Xvfb has truncated the file.
+    rm -f "$out/display"
     Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >/dev/null 2>&1 &
     pids+=($!)
     deadline=$((SECONDS + 10))
-    until [ -s "$out/display" ]; do
+    until number=$(cat "$out/display" 2>/dev/null) && [[ $number =~ ^[0-9]+$ ]]; do
         [ $SECONDS -lt $deadline ] || fail "the virtual display did not start within 10 s"
         sleep 0.1
     done
-    export DISPLAY=":$(cat "$out/display")"
+    export DISPLAY=":$number"
 fi
 
 probe="$out/probe.txt"
@@ -54,7 +62,7 @@ pids+=("$updater")
 window=""
 deadline=$((SECONDS + 30))
 until window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1) && [ -n "$window" ]; do
-    kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly (see $out/updater.log)"
+    updater_alive
     [ $SECONDS -lt $deadline ] || fail "the updater window did not appear within 30 s (see $out/updater.log)"
     sleep 0.1
 done
@@ -69,7 +77,7 @@ wait_until() { # <seconds> <what, for the failure> <command...>: polls the comma
     local deadline=$((SECONDS + $1)) what=$2
     shift 2
     until "$@"; do
-        kill -0 "$updater" 2>/dev/null || fail "the updater ended unexpectedly (see $out/updater.log)"
+        updater_alive
         [ $SECONDS -lt $deadline ] || fail "timed out waiting for $what"
         sleep 0.1
     done
