@@ -137,7 +137,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FUZZ_CHECK(!expected.recordTooLong || !programmed,
                "a record longer than 100 bytes counted as programmed");
     const sim::PicTarget::Counters& counters = pic.counters();
-    FUZZ_CHECK(counters.timingViolations() == 0,
+    // Out of step, the chip may also take clocks for a programming command whose hold never came.
+    FUZZ_CHECK(counters.timingViolations() == 0 || expected.fillReadAfterConfigWrite,
                QString("%1 timing violations").arg(counters.timingViolations()));
     FUZZ_CHECK(counters.protocolErrors == 0 || expected.fillReadAfterConfigWrite,
                QString("%1 protocol errors").arg(counters.protocolErrors));
