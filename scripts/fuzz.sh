@@ -2,6 +2,7 @@
 # Builds the libFuzzer targets of fuzz/ with clang (AddressSanitizer, UndefinedBehaviorSanitizer, and
 # unsigned wrap-around on the HEX path) and runs each for a bounded time from its seeds and regressions.
 #   scripts/fuzz.sh TARGET|all SECONDS      targets: hex powerboard esa commandlist
+# The mutations follow FUZZ_SEED (default 1, so that CI's runs repeat); FUZZ_SEED=0 picks a random one.
 # A finding fails the run and leaves its reproducer in out/fuzz/TARGET/ (crash-*, leak-*, timeout-*);
 # inputs that found new coverage collect in out/fuzz/TARGET/corpus/ for the next run.
 set -euo pipefail
@@ -51,7 +52,7 @@ for target in "${targets[@]}"; do
     out="$repo/out/fuzz/$target"
     mkdir -p "$out/corpus"
     options=(-max_total_time="$seconds" -timeout=20 -rss_limit_mb=2048 -print_final_stats=1
-        -artifact_prefix="$out/")
+        -artifact_prefix="$out/" -seed="${FUZZ_SEED:-1}")
     [ -f "fuzz/dict/$target.dict" ] && options+=(-dict="fuzz/dict/$target.dict")
     # A HEX record costs thousands of line operations: longer files only repeat what short ones reach.
     [ "$target" = hex ] && options+=(-max_len=512)
