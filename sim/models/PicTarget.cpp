@@ -66,7 +66,7 @@ bool PicTarget::protectionOn(ConfigBit bit) const
 }
 
 // A code-protected block reads 0 from outside: "CPn bits inhibit external reads and writes" (data sheet
-// 23.5.1), and the programming specification's checksums count nothing for protected blocks. EBTRn only
+// 23.5.1), and DS39622's checksum tables count nothing for protected blocks. EBTRn only
 // governs table reads run by the chip's own code in another block, which the model does not execute.
 bool PicTarget::codeProtected(std::uint32_t address) const
 {
