@@ -1,7 +1,5 @@
-// The update engine driven by the soft keys, as a technician drives it: the real screens, real packages
-// made by tar, the stub target commands of sim/stubs logging every command line in $SIM_STATE/calls.log,
-// and a throwaway overlay root that the updates install into. Every case starts a fresh shell, as the
-// instrument does at power-on: the system type a SYSTEM command sets lasts for the rest of a program run.
+// The update engine driven by the soft keys: real screens, packages made by tar, stub commands logging
+// to $SIM_STATE/calls.log, a throwaway overlay root. Each case starts a fresh shell (SYSTEM lasts a run).
 #include "Canvas.h"
 #include "KeyboardEventFilter.h"
 #include "UpdaterMainScreen.h"
@@ -45,19 +43,16 @@ const QString wrongType = red("Failed - Updating root image with file: /rootfs.u
 
 QStringList times(int count, const QStringList& lines)
 {
-    QStringList all;
-    for (int i = 0; i < count; ++i)
-        all += lines;
-    return all;
+    return count > 0 ? lines + times(count - 1, lines) : QStringList();
 }
 
-// A command's progress line, then `failures` times its red failure line: "Failed - " and the same text.
+// A command's progress line, then `failures` times its red "Failed - " line.
 QStringList step(const QString& line, int failures = 0)
 {
     return QStringList{line} + times(failures, {red("Failed - " + line)});
 }
 
-// What a package run shows from "Processing update" on: its command list, the commands' lines, the end.
+// What a package run shows from "Processing update" on.
 QStringList packageView(const QStringList& config, const QStringList& steps, bool ok)
 {
     return QStringList{processing, extracting, reading} + config + QStringList{"\n"} + steps +
@@ -106,8 +101,7 @@ QStringList entries(const QString& dir)
     return QDir(dir).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
 }
 
-// True when the simulated flash device (mtd0 2 MiB, mtd1 8 MiB) holds the image at its start and is
-// erased (0xFF) after it.
+// The simulated flash (mtd0 2 MiB, mtd1 8 MiB) holds the image, then erased bytes (0xFF).
 bool flashHolds(const QString& device, const QByteArray& image)
 {
     const int size = (device == "mtd0" ? 2 : 8) * 1024 * 1024;
@@ -139,8 +133,7 @@ void writePackage(const QString& dir, const QString& name, const Package& packag
         qFatal("tar could not make the package %s", qPrintable(name));
 }
 
-// A modules archive holding only lib/modules/<name>/<name>.ko (no directory entries, so unpacking it
-// over / follows the root's own directory links).
+// Only lib/modules/<name>/<name>.ko, no directory entries: unpacking over / follows the root's links.
 QByteArray modulesArchive(const QString& name, const QByteArray& module)
 {
     QTemporaryDir work;
@@ -196,8 +189,7 @@ class EngineTest : public QObject
         QVERIFY(setRootWritable(false));
     }
 
-    // A soft key on the visible screen: the shortcut clicks its button through animateClick, whose
-    // clicked() comes later and carries the whole job.
+    // A soft key on the visible screen; the animated click's clicked() comes later and runs the job.
     bool press(Qt::Key key)
     {
         QWidget* screen = m_main->isVisible() ? static_cast<QWidget*>(m_main) : m_progress;
@@ -225,9 +217,8 @@ class EngineTest : public QObject
         return startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1);
     }
 
-    // The job's commands after the unmounts of its first F1, the view (the prompt and these appended
-    // texts: the same blocks, blanks and colours), then the F1 of the RESTART stage: it only unmounts
-    // and goes back to the main menu.
+    // The commands after the first F1's unmounts, the view (prompt + appended, same blanks and colours),
+    // then the RESTART F1: it only unmounts and returns to the main menu.
     void checkRun(const QStringList& commands, const QStringList& appended)
     {
         QCOMPARE(calls(), f1Umounts + commands);
@@ -278,9 +269,8 @@ private slots:
 
     void cleanup() { m_canvas.reset(); }
 
-    // Stick jobs that end before any command runs, or with an empty list. Files on the media are
-    // "medium/name" (an empty package), "medium/name no-list" (a package without its command list) or
-    // "medium/name garbage" (no archive at all).
+    // Stick jobs that end before any command runs, or with an empty list. Files: "medium/name" (empty
+    // package), with " no-list" (no command list) or " garbage" (no archive).
     void stickJobWithoutCommands_data()
     {
         QTest::addColumn<QStringList>("files");
@@ -388,7 +378,6 @@ private slots:
         const QString kernel = "Updating kernel with file: /uImage",
                       missingApp = "Updating Application with file: /missing";
         const QString updater = "Updating the updater app with: /usr/bin/engine-";
-        // The remounts of APP (3), UPDATER a to d and FILE.
         checkRun(QStringList{mountSda, "flash_eraseall /dev/mtd0", "flash_eraseall /dev/mtd0",
                              "nandwrite /dev/mtd0 /tmp/firmware_update/uImage -p", "flash_eraseall /dev/mtd1",
                              "ubiformat /dev/mtd1 -f /tmp/images/rootfs.ubifs", nandRemount, nandRemount,
@@ -547,10 +536,10 @@ private slots:
         QTest::addColumn<QString>("title");
         QTest::addColumn<bool>("fails");
         for (bool fails : {false, true}) {
-            const char* outcome = fails ? ", failing" : "";
-            QTest::addRow("F5 storage area%s", outcome) << Qt::Key_F5 << sdcardPrompt << "format_sdcard.sh"
-                                                        << "SDCard" << fails;
-            QTest::addRow("F4 transfer area%s", outcome)
+            QTest::addRow("F5 storage%s", fails ? ", fails" : "")
+                << Qt::Key_F5 << sdcardPrompt << "format_sdcard.sh"
+                << "SDCard" << fails;
+            QTest::addRow("F4 transfer%s", fails ? ", fails" : "")
                 << Qt::Key_F4 << transferPrompt << "format_transfer.sh"
                 << "Transfer area" << fails;
         }

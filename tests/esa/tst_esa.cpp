@@ -1,6 +1,5 @@
-// The ESA board loader of the progress screen against the simulated boards on /dev/ttyS1 (sim-instrument
-// --serial esa): what each board's boot loader received and stored, block by block, with the loader's
-// switch opened through the test-only access header; and the loader as shipped, switched off.
+// The progress screen's ESA loader against the simulated boards on /dev/ttyS1 (sim-instrument --serial
+// esa), switched on through the test-only access header; and as shipped, switched off.
 #include "UpdaterProgressScreen.h"
 
 #include "../support/EsaLoaderAccess.h"
@@ -31,8 +30,8 @@ QStringList unknownReceived()
         .replaceInStrings(QRegularExpression(".*\"(.*)\""), "\\1");
 }
 
-// What one board heard from the host, one protocol unit per entry: "42 [boot]", "32 [flash]",
-// "01 00 ff ... [block 0 ok]", "04 [eot]".
+// What one board heard, one unit per entry: "42 [boot]", "32 [flash]", "01 00 ff ... [block 0 ok]", "04
+// [eot]".
 QStringList hostUnits(const QString& board)
 {
     return siminstrument::lines("esa/log")
@@ -47,9 +46,8 @@ QStringList packets(const QString& board)
 
 QByteArray randomImage(int size, quint32 seed)
 {
-    QRandomGenerator random(seed);
     QByteArray image;
-    while (image.size() < size)
+    for (QRandomGenerator random(seed); image.size() < size;)
         image += char(random.bounded(256));
     return image;
 }
@@ -77,9 +75,8 @@ bool eotArrived(const QString& board, int count = 1)
            hostUnits(board).last() == "04 [eot]";
 }
 
-// What the boards heard from the host (as their log has it), then an empty line, once they have heard the
-// marker written now beside the screen's own handler: a byte the boards ignore, then `last`. The marker comes
-// after everything the screen sent before.
+// The boards' log of what they heard, then an empty line, once they heard a marker written now after all
+// the screen sent: an ignored byte, then `last`.
 QStringList logAfterMarker(const QByteArray& last, const QString& logged)
 {
     QFile line("/dev/ttyS1");
@@ -96,8 +93,7 @@ QStringList logAfterMarker(const QByteArray& last, const QString& logged)
            << (heard ? QString() : "(the marker never reached the boards)");
 }
 
-// Nothing the screen did reached the boards: they heard only the marker, and the select line (GPIO 3)
-// was never exported.
+// The boards heard only the marker, and the select line (GPIO 3) was never exported.
 bool nothingReachedTheBoards()
 {
     const QStringList log = logAfterMarker("B", "< 42 [boot]");
@@ -139,8 +135,8 @@ private slots:
         esaaccess::setAvrUpdateEnabled(*m_screen, true);
     }
 
-    // CRC-16/XMODEM: the check value, nothing for no bytes, and random blocks of every length from 1 to
-    // 200 against Python's binascii, each taken from a longer buffer so that exactly count bytes count.
+    // CRC-16/XMODEM: the check value, 0 for no bytes, and blocks of 1 to 200 bytes (cut from longer
+    // buffers) against Python's binascii.
     void calcrcIsXmodemCrc()
     {
         char check[] = "123456789";
@@ -238,10 +234,8 @@ private slots:
                  qPrintable(log.join('\n')));
     }
 
-    // Three loads on one screen: the IO board's second load sends no "B" (its flag stays set), the other
-    // board gets its own. Every call adds a readyRead() connection. The boards answer EOT here with 00,
-    // then 06 alone 50 ms later, when the load has long returned and nothing else is under way: the first
-    // run for that notification reads it, each further run reads nothing.
+    // Three loads on one screen: the IO board's second load sends no "B", the other board gets its own.
+    // Every call adds a readyRead() connection; EOT is answered 00, then 06 alone 50 ms later.
     void repeatedLoadsOnOneScreen()
     {
         const std::tuple<QByteArray, Screen::ESA_BOARD_ID, Screen::ESA_UPDATE_TYPE> loads[] = {
@@ -304,8 +298,7 @@ private slots:
         QVERIFY(nothingReachedTheBoards());
     }
 
-    // As shipped the switch is off: ESA lines (their messages are checked with the update engine) look
-    // for no file and send nothing to the boards.
+    // As shipped the switch is off: ESA lines look for no file and send nothing (messages: tst_engine).
     void switchedOffAsShipped()
     {
         Screen screen;

@@ -13,8 +13,7 @@ using Bytes = std::vector<std::uint8_t>;
 
 namespace {
 
-// A device that records what the host did ("line out level @time", "line in @time") and drives its lines
-// as told.
+// Records what the host did ("line out level @time", "line in @time"); drives its lines as told.
 class FakeDevice : public sim::GpioDevice
 {
 public:

@@ -1,7 +1,5 @@
-// The PIC18F4620 model against the chip's documented ICSP behaviour, driven in-process through the GPIO
-// line bank by a small host that follows the chip's programming sequences (not the updater's code) on a
-// simulated clock. Expected values are the documents' own: the programming specification DS39622 (bulk
-// erase codes, ID locations, blank configuration) and the data sheet (configuration bits, code protection).
+// The PIC18F4620 model driven through the GPIO line bank by a small host of its own on a simulated clock.
+// Expected values are the documents' own: DS39622 (PIC18F2XXX/4XXX flash programming) and the data sheet.
 
 #include "PicControl.h"
 #include "PicTarget.h"
@@ -28,9 +26,7 @@ const Bytes unprogrammedConfig{0x00, 0x07, 0x1F, 0x1F, 0x00, 0x83, 0x85,
 const Bytes implementedConfig{0x00, 0xCF, 0x1F, 0x1F, 0x00, 0x87, 0xC5,
                               0x00, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
 
-// A programmer on a simulated clock where every file operation on the line bank takes 100 ns, as a sysfs
-// host would drive it: direction and value writes, value reads. It powers the chip and enters programming
-// mode unless told not to.
+// A programmer whose every line-bank file operation takes 100 ns; powers the chip and enters the mode.
 struct Host
 {
     explicit Host(PicTarget& target, bool ready = true) : pic(target)
@@ -165,9 +161,9 @@ struct Host
         cores({0x9EA6, 0x9CA6, std::uint16_t(0x0E00 | (address & 0xFF)), 0x6EA9,
                std::uint16_t(0x0E00 | address >> 8), 0x6EAA});
     }
-    std::uint8_t eepromRead(std::uint16_t address)
+    std::uint8_t eepromRead(std::uint16_t a)
     {
-        eepromAddress(address);
+        eepromAddress(a);
         cores({0x80A6}); // RD
         return readRegister(0xA8);
     }
@@ -216,12 +212,8 @@ private slots:
     void rowErase_data();
     void rowErase();
     void eepromReadAndSelfTimedWrite();
-    void codeProtectedReads_data();
-    void codeProtectedReads();
-    void protectedWritesAreIgnored_data();
-    void protectedWritesAreIgnored();
-    void bulkEraseClearsItsProtection_data();
-    void bulkEraseClearsItsProtection();
+    void codeProtection_data();
+    void codeProtection();
     void genericHostErasesReadsAndProtects();
     void faultsNonBlankStuckAndAbsent();
     void badFaultLinesChangeNothing_data();
@@ -310,7 +302,7 @@ void TestPicModel::tableReadsAndReadBitTiming()
     QCOMPARE(pic.counters().busContention, 8u);
 }
 
-// DS39622 table 3-1, bulk erase options (3C0005h:3C0004h), on the PIC18F4620's memory map.
+// DS39622 table 3-1 on the PIC18F4620's memory map.
 void TestPicModel::bulkEraseCodes_data()
 {
     QTest::addColumn<int>("code");
@@ -363,9 +355,8 @@ void TestPicModel::bulkEraseNeedsItsHoldAndAKnownCode()
     QCOMPARE(pic.counters().bulkErases, 0u);
 }
 
-// Data sheet, configuration bits table ("default/unprogrammed value"); DS39622 4.6: unused configuration
-// bits read '0'. A configuration erase leaves the code protection bits, which only a chip erase or their
-// block's erase sets again (data sheet 23.5.1).
+// Unused configuration bits read 0 (DS39622 4.6). A configuration erase keeps code protection; a block's
+// erase clears its own ("Bulk Erase operations will also clear any code-protect settings", DS39622 3.1.1).
 void TestPicModel::erasedConfigurationReadsUnprogrammedValues_data()
 {
     QTest::addColumn<int>("code"); // 0: none, a fresh chip
@@ -373,12 +364,15 @@ void TestPicModel::erasedConfigurationReadsUnprogrammedValues_data()
     QTest::addColumn<Bytes>("expected");
     const Bytes unprotected{0, 0, 0, 0, 0, 0, 0, 0, 0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
     QTest::newRow("fresh chip") << 0 << Bytes() << unprogrammedConfig;
-    QTest::newRow("chip erase, everything programmed before")
-        << 0x3F8F << Bytes(14, 0x00) << unprogrammedConfig;
+    const Bytes h = slice(unprogrammedConfig, 0, 8), on = h + Bytes(6, 0x00); // every protection on
+    QTest::newRow("chip erase of all zeros") << 0x3F8F << Bytes(14, 0x00) << unprogrammedConfig;
     QTest::newRow("configuration erase") << 0x0082 << unprotected << unprogrammedConfig;
-    QTest::newRow("configuration erase keeps code protection")
-        << 0x0082 << Bytes(14, 0x00)
-        << Bytes{0x00, 0x07, 0x1F, 0x1F, 0x00, 0x83, 0x85, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00};
+    QTest::newRow("configuration erase keeps code protection") << 0x0082 << Bytes(14, 0x00) << on;
+    QTest::newRow("boot: CPB WRTB EBTRB") << 0x0081 << on << h + Bytes{0x00, 0x40, 0x00, 0x40, 0x00, 0x40};
+    QTest::newRow("block 0: CP0 WRT0 EBTR0") << 0x0180 << on << h + Bytes{0x01, 0x00, 0x01, 0x00, 0x01, 0x00};
+    QTest::newRow("block 3: CP3 WRT3 EBTR3") << 0x0880 << on << h + Bytes{0x08, 0x00, 0x08, 0x00, 0x08, 0x00};
+    QTest::newRow("data EEPROM: CPD WRTD") << 0x0084 << on << h + Bytes{0x00, 0x80, 0x00, 0x80, 0x00, 0x00};
+    QTest::newRow("chip erase: everything") << 0x3F8F << on << unprogrammedConfig;
 }
 
 void TestPicModel::erasedConfigurationReadsUnprogrammedValues()
@@ -399,17 +393,15 @@ void TestPicModel::erasedConfigurationReadsUnprogrammedValues()
     QCOMPARE(host.readFrom(0x300000, 14), expected);
 }
 
-// Configuration bytes are written one at a time, the byte taken from the half of the word that matches
-// the address; bits that do not exist read 0 (DS39622 4.6). Code protection bits only go from 1 to 0.
+// One configuration byte per write, from the word's half that matches the address; CP bits only clear.
 void TestPicModel::configurationReadsImplementedBitsOnly_data()
 {
     QTest::addColumn<int>("address");
     QTest::addColumn<Bytes>("words"); // low and high byte of each word written, in order
     QTest::addColumn<int>("expected");
     const Bytes ones{0xFF, 0xFF};
-    for (int i = 0; i < 14; ++i) {
+    for (int i = 0; i < 14; ++i)
         QTest::addRow("%X all ones", 0x300000 + i) << 0x300000 + i << ones << int(implementedConfig[i]);
-    }
     QTest::newRow("even address takes the low half") << 0x300002 << Bytes{0x15, 0xEE} << 0x15;
     QTest::newRow("odd address takes the high half") << 0x300003 << Bytes{0xEE, 0x0A} << 0x0A;
     QTest::newRow("CONFIG1H bits 4 and 5 do not exist") << 0x300001 << Bytes{0x32, 0x32} << 0x02;
@@ -473,8 +465,7 @@ void TestPicModel::rowWritesUseBufferAndOnlyClearBits()
     QCOMPARE(pic.counters().configWrites, 0u);
 }
 
-// DS39622 3.1.3: one 64-byte row, the table pointer anywhere in it; 3.4: the ID locations are modified
-// the way code memory is, so their row erases as well.
+// DS39622 3.1.3: one 64-byte row, the pointer anywhere in it; 3.4: the ID locations' row as well.
 void TestPicModel::rowErase_data()
 {
     QTest::addColumn<int>("pointer");
@@ -534,35 +525,50 @@ void TestPicModel::eepromReadAndSelfTimedWrite()
     QCOMPARE(pic.counters().eepromWritesAborted, 1u);
 }
 
-// Data sheet 23.5.1: "CPn bits inhibit external reads and writes"; EBTRn governs table reads that the
-// chip's own code executes, not the programmer's. DS39622 2.3: ID locations, configuration bits and the
-// device ID "read out normally, even after code protection". Boot block 0000h-07FFh, blocks 0..3 of 16 KB.
-void TestPicModel::codeProtectedReads_data()
+// Data sheet 23.5.1: "CPn bits inhibit external reads and writes"; EBTRn only the chip's own reads.
+// DS39622 2.3: ID, configuration and device ID "read out normally, even after code protection".
+// Data sheet 23.5.1-23.5.3 (CPn/WRTn, CPD/WRTD, WRTC); DS39622 3.1.3: no row erase in a protected
+// block. The ID locations belong to no block.
+void TestPicModel::codeProtection_data()
 {
-    QTest::addColumn<int>("config"); // configuration byte written, then the probe read
+    QTest::addColumn<int>("config"); // configuration byte written, then the operation
     QTest::addColumn<int>("value");
-    QTest::addColumn<int>("probe");
-    QTest::addColumn<int>("expected");
-    QTest::newRow("CP0 hides block 0 at 0800h") << 0x300008 << 0x0E << 0x0800 << 0x00;
-    QTest::newRow("CP0 hides block 0 at 3FFFh") << 0x300008 << 0x0E << 0x3FFF << 0x00;
-    QTest::newRow("CP0 leaves the boot block") << 0x300008 << 0x0E << 0x07FF << 0xA5;
-    QTest::newRow("CP0 leaves block 1") << 0x300008 << 0x0E << 0x4000 << 0xA5;
-    QTest::newRow("CP1 hides block 1") << 0x300008 << 0x0D << 0x7FFF << 0x00;
-    QTest::newRow("CP2 hides block 2") << 0x300008 << 0x0B << 0x8000 << 0x00;
-    QTest::newRow("CP3 hides block 3") << 0x300008 << 0x07 << 0xFFFF << 0x00;
-    QTest::newRow("CPB hides the boot block") << 0x300009 << 0x80 << 0x0000 << 0x00;
-    QTest::newRow("WRT0 alone hides nothing") << 0x30000A << 0x0E << 0x0800 << 0xA5;
-    QTest::newRow("EBTR0 alone hides nothing from the programmer") << 0x30000C << 0x0E << 0x0800 << 0xA5;
-    QTest::newRow("ID locations read under code protection") << 0x300008 << 0x00 << 0x200003 << 0x5A;
-    QTest::newRow("configuration reads under code protection") << 0x300008 << 0x00 << 0x300008 << 0x00;
-    QTest::newRow("device ID reads under code protection") << 0x300009 << 0x00 << 0x3FFFFF << 0x0C;
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<int>("address");
+    QTest::addColumn<int>("expected"); // a read: the byte read; otherwise 1 if the write is refused
+    QTest::newRow("CP0 hides block 0 at 0800h") << 0x300008 << 0x0E << "read" << 0x0800 << 0x00;
+    QTest::newRow("CP0 hides block 0 at 3FFFh") << 0x300008 << 0x0E << "read" << 0x3FFF << 0x00;
+    QTest::newRow("CP0 leaves the boot block") << 0x300008 << 0x0E << "read" << 0x07FF << 0xA5;
+    QTest::newRow("CP0 leaves block 1") << 0x300008 << 0x0E << "read" << 0x4000 << 0xA5;
+    QTest::newRow("CP1 hides block 1") << 0x300008 << 0x0D << "read" << 0x7FFF << 0x00;
+    QTest::newRow("CP2 hides block 2") << 0x300008 << 0x0B << "read" << 0x8000 << 0x00;
+    QTest::newRow("CP3 hides block 3") << 0x300008 << 0x07 << "read" << 0xFFFF << 0x00;
+    QTest::newRow("CPB hides the boot block") << 0x300009 << 0x80 << "read" << 0x0000 << 0x00;
+    QTest::newRow("WRT0 alone hides nothing") << 0x30000A << 0x0E << "read" << 0x0800 << 0xA5;
+    QTest::newRow("EBTR0 hides nothing from the programmer") << 0x30000C << 0x0E << "read" << 0x0800 << 0xA5;
+    QTest::newRow("ID locations read under protection") << 0x300008 << 0x00 << "read" << 0x200003 << 0x5A;
+    QTest::newRow("configuration reads under protection") << 0x300008 << 0x00 << "read" << 0x300008 << 0x00;
+    QTest::newRow("device ID reads under code protection") << 0x300009 << 0x00 << "read" << 0x3FFFFF << 0x0C;
+    QTest::newRow("WRT0 refuses a row write in block 0") << 0x30000A << 0x0E << "write" << 0x0800 << 1;
+    QTest::newRow("WRT0 leaves block 1 writable") << 0x30000A << 0x0E << "write" << 0x4000 << 0;
+    QTest::newRow("CP1 refuses a row write in block 1") << 0x300008 << 0x0D << "write" << 0x4040 << 1;
+    QTest::newRow("WRTB refuses a row write in the boot block") << 0x30000B << 0xA0 << "write" << 0x0000 << 1;
+    QTest::newRow("EBTR0 refuses no write") << 0x30000C << 0x0E << "write" << 0x0800 << 0;
+    QTest::newRow("WRT2 refuses a row erase") << 0x30000A << 0x0B << "erase" << 0x8000 << 1;
+    QTest::newRow("CP3 refuses a row erase") << 0x300008 << 0x07 << "erase" << 0xFFC0 << 1;
+    QTest::newRow("ID locations writable under protection") << 0x300008 << 0x00 << "write" << 0x200000 << 0;
+    QTest::newRow("WRTC refuses configuration writes") << 0x30000B << 0xC0 << "config" << 0x300001 << 1;
+    QTest::newRow("configuration writable while WRTC is 1") << 0x30000B << 0xE0 << "config" << 0x300001 << 0;
+    QTest::newRow("WRTD refuses EEPROM writes") << 0x30000B << 0x60 << "eeprom" << 0x10 << 1;
+    QTest::newRow("CPD refuses EEPROM writes") << 0x300009 << 0x40 << "eeprom" << 0x10 << 1;
 }
 
-void TestPicModel::codeProtectedReads()
+void TestPicModel::codeProtection()
 {
     QFETCH(int, config);
     QFETCH(int, value);
-    QFETCH(int, probe);
+    QFETCH(QString, operation);
+    QFETCH(int, address);
     QFETCH(int, expected);
     PicTarget pic;
     pic.setDeviceId(0x0C07);
@@ -570,51 +576,12 @@ void TestPicModel::codeProtectedReads()
     host.fillMemory(0xA5);
     std::fill(pic.idLocations().begin(), pic.idLocations().end(), 0x5A);
     host.writeConfig(std::uint32_t(config), std::uint8_t(value));
-    QCOMPARE(host.readFrom(std::uint32_t(probe), 1)[0], std::uint8_t(expected));
-    QCOMPARE(pic.counters().protectedReads, expected == 0 && probe < 0x10000 ? 1u : 0u);
-}
-
-// Data sheet 23.5.1 (CPn, WRTn: "protected from table writes"), 23.5.2 (CPD, WRTD: data EEPROM), 23.5.3
-// (WRTC: configuration registers); DS39622 3.1.3: a row erases only if its block is not code or write
-// protected. The ID locations belong to no block.
-void TestPicModel::protectedWritesAreIgnored_data()
-{
-    QTest::addColumn<int>("config");
-    QTest::addColumn<int>("value");
-    QTest::addColumn<QString>("operation");
-    QTest::addColumn<int>("address");
-    QTest::addColumn<bool>("ignored");
-    QTest::newRow("WRT0 refuses a row write in block 0") << 0x30000A << 0x0E << "write" << 0x0800 << true;
-    QTest::newRow("WRT0 leaves block 1 writable") << 0x30000A << 0x0E << "write" << 0x4000 << false;
-    QTest::newRow("CP1 refuses a row write in block 1") << 0x300008 << 0x0D << "write" << 0x4040 << true;
-    QTest::newRow("WRTB refuses a row write in the boot block")
-        << 0x30000B << 0xA0 << "write" << 0x0000 << true;
-    QTest::newRow("EBTR0 refuses no write") << 0x30000C << 0x0E << "write" << 0x0800 << false;
-    QTest::newRow("WRT2 refuses a row erase") << 0x30000A << 0x0B << "erase" << 0x8000 << true;
-    QTest::newRow("CP3 refuses a row erase") << 0x300008 << 0x07 << "erase" << 0xFFC0 << true;
-    QTest::newRow("ID locations stay writable under protection")
-        << 0x300008 << 0x00 << "write" << 0x200000 << false;
-    QTest::newRow("WRTC refuses configuration writes") << 0x30000B << 0xC0 << "config" << 0x300001 << true;
-    QTest::newRow("configuration writable while WRTC is 1")
-        << 0x30000B << 0xE0 << "config" << 0x300001 << false;
-    QTest::newRow("WRTD refuses EEPROM writes") << 0x30000B << 0x60 << "eeprom" << 0x10 << true;
-    QTest::newRow("CPD refuses EEPROM writes") << 0x300009 << 0x40 << "eeprom" << 0x10 << true;
-}
-
-void TestPicModel::protectedWritesAreIgnored()
-{
-    QFETCH(int, config);
-    QFETCH(int, value);
-    QFETCH(QString, operation);
-    QFETCH(int, address);
-    QFETCH(bool, ignored);
-    PicTarget pic;
-    Host host(pic);
-    host.fillMemory(0xA5);
-    host.writeConfig(std::uint32_t(config), std::uint8_t(value));
     const Bytes before = pic.flash() + pic.idLocations() + pic.eeprom() + pic.config();
     const auto a = std::uint32_t(address);
-    if (operation == "write")
+    if (operation == "read") {
+        QCOMPARE(host.readFrom(a, 1)[0], std::uint8_t(expected));
+        QCOMPARE(pic.counters().protectedReads, expected == 0 && address < 0x10000 ? 1u : 0u);
+    } else if (operation == "write")
         host.write(a, {0x00, 0x00});
     else if (operation == "erase")
         host.rowErase(a);
@@ -622,38 +589,14 @@ void TestPicModel::protectedWritesAreIgnored()
         host.writeConfig(a, 0x00);
     else
         host.eepromWrite(std::uint16_t(a), 0x00);
-    const Bytes after = pic.flash() + pic.idLocations() + pic.eeprom() + pic.config();
-    QCOMPARE(after == before, ignored);
-    QCOMPARE(pic.counters().protectedWrites, ignored ? 1u : 0u);
+    if (operation != "read") {
+        QCOMPARE(pic.flash() + pic.idLocations() + pic.eeprom() + pic.config() == before, expected == 1);
+        QCOMPARE(pic.counters().protectedWrites, unsigned(expected));
+    }
     QCOMPARE(pic.counters().protocolErrors, 0u);
 }
 
-// DS39622 3.1.1: "Bulk Erase operations will also clear any code-protect settings associated with the
-// memory block being erased"; a data EEPROM with CPD = 0 needs the EEPROM erase (0084h).
-void TestPicModel::bulkEraseClearsItsProtection_data()
-{
-    QTest::addColumn<int>("code");
-    QTest::addColumn<Bytes>("protection"); // 300008h..30000Dh read after the erase
-    QTest::newRow("boot block: CPB, WRTB, EBTRB") << 0x0081 << Bytes{0x00, 0x40, 0x00, 0x40, 0x00, 0x40};
-    QTest::newRow("block 0: CP0, WRT0, EBTR0") << 0x0180 << Bytes{0x01, 0x00, 0x01, 0x00, 0x01, 0x00};
-    QTest::newRow("block 3: CP3, WRT3, EBTR3") << 0x0880 << Bytes{0x08, 0x00, 0x08, 0x00, 0x08, 0x00};
-    QTest::newRow("data EEPROM: CPD, WRTD") << 0x0084 << Bytes{0x00, 0x80, 0x00, 0x80, 0x00, 0x00};
-    QTest::newRow("chip erase: everything") << 0x3F8F << Bytes{0x0F, 0xC0, 0x0F, 0xE0, 0x0F, 0x40};
-}
-
-void TestPicModel::bulkEraseClearsItsProtection()
-{
-    QFETCH(int, code);
-    QFETCH(Bytes, protection);
-    PicTarget pic;
-    std::fill(pic.config().begin() + 8, pic.config().end(), 0x00); // every protection on
-    Host host(pic);
-    host.bulkErase(std::uint16_t(code));
-    QCOMPARE(host.readFrom(0x300008, 6), protection);
-}
-
-// A programmer of its own kind, as an independent host would drive a code-protected chip: read, chip
-// erase, configuration read, program, protect, ID row erase and a protected read.
+// An independent host on a code-protected chip: read, chip erase, program, protect, ID row erase.
 void TestPicModel::genericHostErasesReadsAndProtects()
 {
     PicTarget pic;
@@ -748,20 +691,12 @@ void TestPicModel::controlFilesReadAndSteerTheModel()
     QVERIFY(pic->powered());
 
     // The table of configuration bits as the data sheet gives it, for tools that judge HEX files.
-    QCOMPARE(file("config-bits").read(), std::string("300000 - 00 00\n"
-                                                     "300001 CONFIG1H cf 07\n"
-                                                     "300002 CONFIG2L 1f 1f\n"
-                                                     "300003 CONFIG2H 1f 1f\n"
-                                                     "300004 - 00 00\n"
-                                                     "300005 CONFIG3H 87 83\n"
-                                                     "300006 CONFIG4L c5 85\n"
-                                                     "300007 - 00 00\n"
-                                                     "300008 CONFIG5L 0f 0f\n"
-                                                     "300009 CONFIG5H c0 c0\n"
-                                                     "30000a CONFIG6L 0f 0f\n"
-                                                     "30000b CONFIG6H e0 e0\n"
-                                                     "30000c CONFIG7L 0f 0f\n"
-                                                     "30000d CONFIG7H 40 40\n"));
+    QCOMPARE(
+        file("config-bits").read(),
+        std::string("300000 - 00 00\n300001 CONFIG1H cf 07\n300002 CONFIG2L 1f 1f\n300003 CONFIG2H 1f 1f\n"
+                    "300004 - 00 00\n300005 CONFIG3H 87 83\n300006 CONFIG4L c5 85\n300007 - 00 00\n"
+                    "300008 CONFIG5L 0f 0f\n300009 CONFIG5H c0 c0\n30000a CONFIG6L 0f 0f\n"
+                    "30000b CONFIG6H e0 e0\n30000c CONFIG7L 0f 0f\n30000d CONFIG7H 40 40\n"));
     QCOMPARE(file("flash").write(std::string(100, '\0')), -EINVAL); // not the whole image
     QCOMPARE(file("config.hex").read(), std::string("0000: 00 07 1f 1f 00 83 85 00 0f c0 0f e0 0f 40\n"));
     QCOMPARE(file("config.hex").write("0001: 12 34\n000d: 56\n"), 0);

@@ -11,16 +11,8 @@ namespace pb = sim::powerboard;
 
 namespace {
 
-Bytes bytes(const QByteArray& hex)
-{
-    const QByteArray raw = QByteArray::fromHex(hex);
-    return Bytes(raw.begin(), raw.end());
-}
-
-Bytes text(const QByteArray& s)
-{
-    return Bytes(s.begin(), s.end());
-}
+const auto text = [](const QByteArray& s) { return Bytes(s.begin(), s.end()); };
+const auto bytes = [](const QByteArray& hex) { return text(QByteArray::fromHex(hex)); };
 
 // Chunks joined, as hex text, so a failed comparison shows the bytes.
 QByteArray hex(const std::vector<Bytes>& chunks)
@@ -29,11 +21,6 @@ QByteArray hex(const std::vector<Bytes>& chunks)
     for (const Bytes& chunk : chunks)
         all.append(reinterpret_cast<const char*>(chunk.data()), int(chunk.size()));
     return all.toHex(' ');
-}
-
-QByteArray hex(const Bytes& b)
-{
-    return hex(std::vector<Bytes>{b});
 }
 
 } // namespace
@@ -60,7 +47,7 @@ private slots:
             {9, "\x7f\xf2", "02 09 7f f2 00 7f 7f f2 7d 01 03"},
         };
         for (const auto& [id, payload, wire] : frames)
-            QCOMPARE(hex(pb::encodeFrame(std::uint8_t(id), text(payload))), wire);
+            QCOMPARE(hex({pb::encodeFrame(std::uint8_t(id), text(payload))}), wire);
 
         // Unstuffing goes left to right in one pass: 7F 7F F2 is 7F F2, never 02.
         QCOMPARE(pb::unstuff(bytes("7f7ff2")), std::optional<Bytes>(bytes("7ff2")));
@@ -69,7 +56,7 @@ private slots:
         // 1+04+2C+01 + 300*FF = 76550 = 0x12B06: the sender keeps 0x2B06.
         const Bytes payload(300, 0xFF);
         QCOMPARE(pb::checksum(4, payload), std::uint16_t(0x2B06));
-        QVERIFY(hex(pb::encodeFrame(4, payload)).endsWith("ff 06 2b 03"));
+        QVERIFY(hex({pb::encodeFrame(4, payload)}).endsWith("ff 06 2b 03"));
     }
 
     void acceptsGoodFramesSplitAnyhow()

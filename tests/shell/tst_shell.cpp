@@ -221,28 +221,19 @@ private slots:
         QCOMPARE(child<QLabel>(m_menu, name + "label")->text(), label);
         QCOMPARE(child<QPushButton>(m_menu, name + "Button")->text(), name);
 
-        // The order of the two signals as the progress screen sees them.
+        // The order of the two signals as the progress screen sees them. F1 first: it has no button on the
+        // menu and must emit nothing; the soft key's click comes after anything F1 could have caused.
         QStringList order;
         QObject context;
         connect(m_menu, &UpdaterMainScreen::setUpdateType, &context,
                 [&](int t) { order << QString("type %1").arg(t); });
         connect(m_menu, &UpdaterMainScreen::requestChangeScreen, &context,
                 [&](int index) { order << QString("screen %1").arg(index); });
+        QTest::keyClick(m_view.windowHandle(), Qt::Key_F1);
         QVERIFY(pressAndWaitForClick(key, m_menu));
         QCOMPARE(order, (QStringList{QString("type %1").arg(type), "screen 1"}));
         QVERIFY(m_menu->isHidden() && !m_progress->isHidden());
         QCOMPARE(child<QTextEdit>(m_progress, "progressMessageWindow")->toPlainText(), prompt);
-    }
-
-    // F1 has no button on the menu: nothing is emitted. The F2 after it is the barrier: its click comes
-    // after anything F1 could have caused.
-    void f1OnTheMenuDoesNothing()
-    {
-        QSignalSpy type(m_menu, &UpdaterMainScreen::setUpdateType);
-        QTest::keyClick(m_view.windowHandle(), Qt::Key_F1);
-        QVERIFY(pressAndWaitForClick(Qt::Key_F2, m_menu));
-        QCOMPARE(type.count(), 1);
-        QCOMPARE(type.at(0).at(0).toInt(), 0);
     }
 
     void progressScreenBackKey()
@@ -266,14 +257,14 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(offKeyFirings().size(), 1, 30000);
         const qint64 held = offKeyFirings().first() - pressed;
         QVERIFY2(held >= 1900, qPrintable(QString("fired after %1 ms").arg(held)));
+        QCOMPARE(offKeyTimer()->interval(), 2000);
         QVERIFY(!offKeyTimer()->isActive()); // single-shot: it cannot fire again for this press
         QTest::keyRelease(m_view.windowHandle(), Qt::Key_F7);
         QCOMPARE(offKeyFirings().size(), 1);
         QCOMPARE(siminstrument::lines("i2c"), QStringList({"w 22 01 9f", "w 22 01 bf"}));
     }
 
-    // Key events after an F7 press, each "+KEY" (press) or "-KEY" (release), and whether the OFF-key wait
-    // still runs after them.
+    // Key events on the menu ("+KEY" press, "-KEY" release) and whether the OFF-key wait still runs.
     void offKeyWait_data()
     {
         QTest::addColumn<QString>("keys");
@@ -291,7 +282,6 @@ private slots:
     {
         QFETCH(QString, keys);
         QFETCH(bool, waiting);
-        // On the menu, where F1 has nothing to click.
         for (const QString& event : keys.split(' ')) {
             const auto key = Qt::Key(QKeySequence(event.mid(1))[0]);
             if (event.startsWith('+'))
@@ -300,29 +290,29 @@ private slots:
                 QTest::keyRelease(m_view.windowHandle(), key);
         }
         QCOMPARE(offKeyTimer()->isActive(), waiting);
-        QCOMPARE(offKeyTimer()->interval(), 2000);
-        QVERIFY(offKeyTimer()->isSingleShot());
         QCOMPARE(offKeyFirings().size(), 0);
     }
 
-    // The shell is disabled in the next two cases, so that no button shortcut takes a soft key press before
-    // the filter sees it.
-    void disabledFunctionKeysAreSwallowed()
+    // With function keys off (the shell disabled, so that no shortcut takes a soft key first): a widget
+    // gets only F6 and F7, mouse and paint events untouched; a view still gets its soft keys, and an F7
+    // delivered only to a view or a scene starts no OFF-key wait.
+    void disabledFunctionKeys()
     {
         m_canvas->setEnabled(false);
+        KeyboardEventFilter::instance()->setEnableFunctionKeys(false);
+        const auto send = [](QObject* target, const QList<Qt::Key>& keys) {
+            for (Qt::Key key : keys) {
+                QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
+                QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier);
+                QCoreApplication::sendEvent(target, &press);
+                QCoreApplication::sendEvent(target, &release);
+            }
+        };
         QWidget target;
         EventRecorder recorder;
         target.installEventFilter(&recorder);
-        KeyboardEventFilter::instance()->setEnableFunctionKeys(false);
-        for (Qt::Key key : {Qt::Key_F1, Qt::Key_F3, Qt::Key_F5, Qt::Key_F6, Qt::Key_F7}) {
-            QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
-            QKeyEvent release(QEvent::KeyRelease, key, Qt::NoModifier);
-            QCoreApplication::sendEvent(&target, &press);
-            QCoreApplication::sendEvent(&target, &release);
-        }
+        send(&target, {Qt::Key_F1, Qt::Key_F3, Qt::Key_F5, Qt::Key_F6, Qt::Key_F7});
         QCOMPARE(recorder.keys, QList<int>({Qt::Key_F6, Qt::Key_F6, Qt::Key_F7, Qt::Key_F7}));
-
-        // Mouse and paint events are never touched.
         recorder.types.clear();
         QMouseEvent click(QEvent::MouseButtonPress, QPointF(1, 1), Qt::LeftButton, Qt::LeftButton,
                           Qt::NoModifier);
@@ -330,23 +320,12 @@ private slots:
         QCoreApplication::sendEvent(&target, &click);
         QCoreApplication::sendEvent(&target, &paint);
         QCOMPARE(recorder.types, QList<QEvent::Type>({QEvent::MouseButtonPress, QEvent::Paint}));
-    }
 
-    void viewAndSceneDeliveriesPassUntouched()
-    {
-        // With function keys off, a soft key sent to a view itself still arrives there, and an F7 press
-        // delivered only to a view or a scene starts no OFF-key wait.
-        m_canvas->setEnabled(false);
-        EventRecorder recorder;
+        EventRecorder viewRecorder;
         QGraphicsView bareView;
-        bareView.installEventFilter(&recorder);
-        KeyboardEventFilter::instance()->setEnableFunctionKeys(false);
-        QKeyEvent f2(QEvent::KeyPress, Qt::Key_F2, Qt::NoModifier);
-        QKeyEvent f2up(QEvent::KeyRelease, Qt::Key_F2, Qt::NoModifier);
-        QCoreApplication::sendEvent(&bareView, &f2);
-        QCoreApplication::sendEvent(&bareView, &f2up);
-        QCOMPARE(recorder.keys, QList<int>({Qt::Key_F2, Qt::Key_F2}));
-
+        bareView.installEventFilter(&viewRecorder);
+        send(&bareView, {Qt::Key_F2});
+        QCOMPARE(viewRecorder.keys, QList<int>({Qt::Key_F2, Qt::Key_F2}));
         QKeyEvent f7(QEvent::KeyPress, Qt::Key_F7, Qt::NoModifier);
         QCoreApplication::sendEvent(&bareView, &f7);
         QGraphicsScene bareScene;
