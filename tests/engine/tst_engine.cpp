@@ -5,12 +5,16 @@
 #include "UpdaterMainScreen.h"
 #include "UpdaterProgressScreen.h"
 
+#include "../support/TestFiles.h"
+
 #include <QAbstractButton>
 #include <QApplication>
 #include <QTextEdit>
 #include <QtTest> // with all of QtCore
 
 #include <memory>
+
+using namespace testfiles;
 
 namespace {
 
@@ -31,7 +35,7 @@ const QString mountSda = "mount /dev/sda /mnt/update", mountSda1 = "mount /dev/s
 const QString gadgetLoad = "modprobe g_mass_storage file=/dev/mmcblk0p6 removable=1";
 const QString gadgetUnload = "modprobe -r g_mass_storage", mountPc = "mount /dev/mmcblk0p6 /mnt/update";
 const QString nandRemount = "mount ubi0:rootfs -o remount,rw", releaseP1 = "umount /run/media/mmcblk0p1";
-const QString sync = "sync", umountUpdate = "umount /mnt/update";
+const QString syncDisks = "sync", umountUpdate = "umount /mnt/update";
 const QString sdimage = "sdimage -f /tmp/firmware_update/uImage -d /dev/mmcblk0";
 
 const auto red = [](const QString& message) { return "<p style=\"color:red\">" + message + "</p>"; };
@@ -74,22 +78,6 @@ QByteArray payload(int size, int seed)
     return bytes;
 }
 
-QByteArray readAll(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString& path, const QByteArray& bytes, bool executable = false)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate) || file.write(bytes) != bytes.size())
-        qFatal("cannot write %s", qPrintable(path));
-    if (executable)
-        file.setPermissions(file.permissions() | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther);
-}
-
 bool setRootWritable(bool writable)
 {
     return QProcess::execute("/usr/bin/mount",
@@ -127,7 +115,7 @@ void writePackage(const QString& dir, const QString& name, const Package& packag
         writeFile(top + "/update_config", text.toUtf8());
     }
     for (auto it = package.files.cbegin(); it != package.files.cend(); ++it)
-        writeFile(top + it.key(), it.value(), it.key().endsWith(".sh"));
+        writeFile(top + it.key(), it.value(), it.key().endsWith(".sh") ? 0755 : 0644);
     QDir().mkpath(dir);
     if (QProcess::execute("tar", {"-cjf", dir + "/" + name, "-C", work.path(), "firmware_update"}) != 0)
         qFatal("tar could not make the package %s", qPrintable(name));
@@ -289,7 +277,7 @@ private slots:
             << QStringList{} << times(11, {mountSda, mountSda1}) << QStringList{processing, mountFailed};
         // An empty list only finalises, and counts as success.
         QTest::newRow("empty command list")
-            << QStringList{"sda/M_firmware_update.tar.bz2"} << QStringList{mountSda, sync, umountUpdate}
+            << QStringList{"sda/M_firmware_update.tar.bz2"} << QStringList{mountSda, syncDisks, umountUpdate}
             << packageView({}, {}, true);
         QTest::newRow("package without its command list")
             << QStringList{"sda/M_firmware_update.tar.bz2 no-list"} << QStringList{mountSda}
@@ -335,7 +323,7 @@ private slots:
             {mountSda, mountSda1, "flash_eraseall /dev/mtd0",
              "nandwrite /dev/mtd0 /tmp/firmware_update/uImage -p", "flash_eraseall /dev/mtd1",
              "ubiformat /dev/mtd1 -f /tmp/rootfs.ubifs", nandRemount, releaseP1, nandRemount, releaseP1,
-             nandRemount, sync, umountUpdate},
+             nandRemount, syncDisks, umountUpdate},
             packageView(package.config,
                         {"Updating kernel with file: /uImage", "Updating root image with file: /rootfs.ubifs",
                          "Updating Application with file: /bin/mainApp",
@@ -382,7 +370,7 @@ private slots:
                              "nandwrite /dev/mtd0 /tmp/firmware_update/uImage -p", "flash_eraseall /dev/mtd1",
                              "ubiformat /dev/mtd1 -f /tmp/images/rootfs.ubifs", nandRemount, nandRemount,
                              nandRemount} +
-                     times(5, {releaseP1, nandRemount}) + QStringList{sync, umountUpdate},
+                     times(5, {releaseP1, nandRemount}) + QStringList{syncDisks, umountUpdate},
                  packageView(package.config,
                              step(kernel, 1) + step(kernel, 1) +
                                  step("Updating root image with file: /images/rootfs.ubifs", 1) +
@@ -420,7 +408,7 @@ private slots:
 
         const QString kernelLine = "Updating kernel with file: /uImage";
         checkRun({mountSda, sdimage, sdimage, "mount / -o remount,rw", releaseP1, "mount / -o remount,rw",
-                  sync, umountUpdate},
+                  syncDisks, umountUpdate},
                  packageView(package.config,
                              QStringList{"System Type set to: SDCARD", kernelLine} + step(kernelLine, 1) +
                                  QStringList{"Updating root image with file: /rootfs.ubifs", wrongType,
@@ -449,7 +437,7 @@ private slots:
 
         checkRun(
             times(2, QStringList{gadgetLoad} + f1Umounts) +
-                QStringList{gadgetUnload, mountPc, sdimage, sync, sync, umountUpdate},
+                QStringList{gadgetUnload, mountPc, sdimage, syncDisks, syncDisks, umountUpdate},
             QStringList{initialising,
                         red("Failed to initialise PC connection press F1 to return to the main screen\n"),
                         initialising, copyNow} +
@@ -508,7 +496,7 @@ private slots:
         };
         // SYSTEM:NAND leaves no remount command: nothing is logged for it, and no kernel tool runs.
         checkRun(
-            {mountSda, releaseP1, releaseP1, sync, umountUpdate},
+            {mountSda, releaseP1, releaseP1, syncDisks, umountUpdate},
             packageView(package.config,
                         QStringList{"System Type set to: NAND", "Updating kernel with file: /uImage",
                                     "Updating root image with file: /rootfs.ubifs", wrongType} +

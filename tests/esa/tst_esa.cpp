@@ -4,6 +4,7 @@
 
 #include "../support/EsaLoaderAccess.h"
 #include "../support/SimInstrument.h"
+#include "../support/TestFiles.h"
 
 #include <QProcess>
 #include <QRandomGenerator>
@@ -61,10 +62,7 @@ QByteArray padded(const QByteArray& image)
 // Puts the image where the loader looks for it ("/tmp/firmware_update" followed by the argument).
 QString putImage(const QString& argument, const QByteArray& image)
 {
-    QFile file("/tmp/firmware_update" + argument);
-    if (!QDir().mkpath(QFileInfo(file).path()) || !file.open(QIODevice::WriteOnly) ||
-        file.write(image) != image.size())
-        qFatal("cannot write the image %s", qPrintable(file.fileName()));
+    testfiles::writeFile("/tmp/firmware_update" + argument, image);
     return argument;
 }
 

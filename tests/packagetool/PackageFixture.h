@@ -2,19 +2,18 @@
 // Test packages for update-package: a clean base folder made with the real tools (gpasm, tar), variants
 // of it, Intel HEX records written by hand where no tool makes the fault, and runs of the tool's binary.
 
-#include <QDir>
-#include <QFile>
+#include "../support/TestFiles.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
-#include <csignal>
-#include <sys/stat.h>
 
 namespace fixture {
+
+using namespace testfiles;
 
 inline const QString repo = PROJECT_SOURCE_DIR;
 inline const QString tool = PROJECT_BINARY_DIR "/tools/update-package/update-package";
@@ -49,67 +48,10 @@ inline FileSpec removed()
     return {FileSpec::Remove, {}, 0};
 }
 
-struct Run
+// What srec_cat makes of the arguments, as Intel HEX.
+inline QByteArray srecCat(const QStringList& args)
 {
-    int exitCode = -1;
-    QString out, err;
-};
-
-inline Run run(const QString& program, const QStringList& args, const QString& workDir = QString(),
-               int timeoutMs = 120000)
-{
-    QProcess p;
-    if (!workDir.isEmpty())
-        p.setWorkingDirectory(workDir);
-    p.start(program, args);
-    Run r;
-    if (!p.waitForFinished(timeoutMs)) {
-        // A program started through setsid leads its own group: end the whole group, which lets the
-        // sandbox below it clean up its mounts.
-        if (program == QLatin1String("setsid"))
-            ::kill(-pid_t(p.processId()), SIGTERM);
-        else
-            p.kill();
-        p.waitForFinished(60000);
-    }
-    p.waitForFinished();
-    r.exitCode = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    r.out = QString::fromUtf8(p.readAllStandardOutput());
-    r.err = QString::fromUtf8(p.readAllStandardError());
-    return r;
-}
-
-inline QString readText(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
-}
-
-// One Intel HEX record with a correct checksum unless told otherwise.
-inline QByteArray record(quint8 type, quint16 offset, const QByteArray& data)
-{
-    QByteArray bytes;
-    bytes.append(char(data.size()))
-        .append(char(offset >> 8))
-        .append(char(offset & 0xFF))
-        .append(char(type))
-        .append(data);
-    quint8 sum = 0;
-    for (char c : bytes)
-        sum += quint8(c);
-    bytes.append(char(quint8(-sum)));
-    return ':' + bytes.toHex().toUpper() + '\n';
-}
-inline const QByteArray endOfFile = ":00000001FF\n";
-
-inline bool writeFile(const QString& path, const QByteArray& data, int mode = 0644)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size())
-        return false;
-    f.close();
-    return ::chmod(QFile::encodeName(path).constData(), mode_t(mode)) == 0;
+    return run("srec_cat", args + QStringList{"-o", "-", "-Intel"}).out.toLatin1();
 }
 
 struct Finding
@@ -156,36 +98,29 @@ public:
     bool make()
     {
         base = dir.path() + "/base";
-        QDir().mkpath(base + "/etc");
-        QByteArray app("\x7f"
-                       "ELF stand-in for the application\n");
         QByteArray kernel;
         for (int i = 0; i < 4096; ++i)
             kernel.append(char((i * 7 + 3) & 0xFF));
-        if (!writeFile(base + "/mainApp", app, 0755) || !writeFile(base + "/etc/x.conf", "mode=field\n") ||
-            !writeFile(base + "/uImage", kernel) ||
-            !writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755))
+        writeFile(base + "/mainApp",
+                  "\x7f"
+                  "ELF stand-in for the application\n",
+                  0755);
+        writeFile(base + "/etc/x.conf", "mode=field\n");
+        writeFile(base + "/uImage", kernel);
+        writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755);
+        writeFile(base + "/update_config", baseConfig.toUtf8());
+        const QString module = "lib/modules/4.19.0-instrument/extra/keypad.ko";
+        writeFile(dir.path() + "/modroot/" + module, "module\n");
+        if (run("tar", {"-cf", base + "/modules.tar", module}, dir.path() + "/modroot").exitCode != 0 ||
+            run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path())
+                    .exitCode != 0)
             return false;
-        const QString modules = dir.path() + "/modroot/lib/modules/4.19.0-instrument/extra";
-        if (!writeFile(modules + "/keypad.ko", "module\n"))
-            return false;
-        if (run("tar", {"-cf", base + "/modules.tar", "lib/modules/4.19.0-instrument/extra/keypad.ko"},
-                dir.path() + "/modroot")
-                .exitCode != 0)
-            return false;
-        if (run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path())
-                .exitCode != 0)
-            return false;
-        for (const QString& junk : QDir(base).entryList({"board.cod", "board.lst"}))
-            QFile::remove(base + '/' + junk);
-        return writeFile(base + "/update_config", baseConfig.toUtf8());
+        for (const QString& listing : QDir(base).entryList({"board.cod", "board.lst"}))
+            QFile::remove(base + '/' + listing);
+        return true;
     }
 
-    QByteArray baseHex() const
-    {
-        QFile f(base + "/board.hex");
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
+    QByteArray baseHex() const { return readAll(base + "/board.hex"); }
 
     // A copy of the base folder with the changes applied; config "<none>" leaves update_config out.
     QString variant(const QString& name, const QString& config, const Files& changes)

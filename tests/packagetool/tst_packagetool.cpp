@@ -15,14 +15,6 @@ QString withLine(int number, const QString& text)
     return lines.join('\n');
 }
 
-QByteArray srecCat(const QStringList& args)
-{
-    QProcess p;
-    p.start("srec_cat", args + QStringList{"-o", "-", "-Intel"});
-    p.waitForFinished(30000);
-    return p.readAllStandardOutput();
-}
-
 QStringList folderListing(const QString& path)
 {
     QStringList names;
@@ -162,12 +154,12 @@ private slots:
         badSum.replace(":0400000018EF00F005", ":0400000018EF00F006");
         addHexRule("bad checksum", badSum, hex, "error", "bad checksum 0x06");
         addHexRule("not a record", "12345\n" + hex, hex, "error", "does not begin with ':'");
-        addHexRule("unknown record type", record(6, 0, "\x01\x02") + hex, hex, "error",
+        addHexRule("unknown record type", hexRecord(0, "\x01\x02", 6) + hex, hex, "error",
                    "unknown record type 0x06");
         addHexRule("start address record",
-                   record(0, 0x40, "\x01\x02") + record(5, 0, QByteArray("\x00\x00\x01\x00", 4)) + endOfFile,
-                   record(0, 0x40, "\x01\x02") + endOfFile, "error", "record type 0x05");
-        addHexRule("record after the end", hex + record(0, 0x100, "\x01\x02"), hex, "error",
+                   hexRecord(0x40, "\x01\x02") + hexRecord(0, QByteArray("\x00\x00\x01\x00", 4), 5) + hexEnd,
+                   hexRecord(0x40, "\x01\x02") + hexEnd, "error", "record type 0x05");
+        addHexRule("record after the end", hex + hexRecord(0x100, "\x01\x02"), hex, "error",
                    "after the end-of-file");
         addHexRule("no end record", hex.left(hex.lastIndexOf(":00000001FF")), hex, "error",
                    "no end-of-file record");
@@ -183,19 +175,19 @@ private slots:
                    "error", "ID locations");
         addHexRule("EEPROM data", srecCat({"-generate", "0xF00000", "0xF00010", "-constant", "0x55"}), hex,
                    "error", "EEPROM data");
-        const QByteArray config = record(4, 0, QByteArray("\x00\x30", 2));
-        addHexRule("CONFIG7H alone", config + record(0, 0x0D, "\x40") + endOfFile,
-                   config + record(0, 0x0C, "\x0F\x40") + endOfFile, "error", "starting at 0x30000D");
+        const QByteArray config = hexRecord(0, QByteArray("\x00\x30", 2), 4);
+        addHexRule("CONFIG7H alone", config + hexRecord(0x0D, "\x40") + hexEnd,
+                   config + hexRecord(0x0C, "\x0F\x40") + hexEnd, "error", "starting at 0x30000D");
         addHexRule("configuration bits that do not exist",
                    srecCat({"-generate", "0x300000", "0x300002", "-constant", "0xFF"}),
                    srecCat({"-generate", "0x300001", "0x300002", "-constant", "0x02"}), "warning",
                    "do not exist at 0x300000");
         addHexRule("address past 4 GiB",
-                   record(4, 0, "\xFF\xFF") + record(0, 0xFFFE, "\x01\x02\x03\x04") + endOfFile, hex,
+                   hexRecord(0, "\xFF\xFF", 4) + hexRecord(0xFFFE, "\x01\x02\x03\x04") + hexEnd, hex,
                    "warning", "runs past 0xFFFFFFFF");
         addHexRule("byte programmed twice",
-                   record(0, 0x100, QByteArray("\x00\x00", 2)) + record(0, 0x100, "\x01\x01") + endOfFile,
-                   record(0, 0x100, QByteArray("\x00\x00", 2)) + record(0, 0x102, "\x01\x01") + endOfFile,
+                   hexRecord(0x100, QByteArray("\x00\x00", 2)) + hexRecord(0x100, "\x01\x01") + hexEnd,
+                   hexRecord(0x100, QByteArray("\x00\x00", 2)) + hexRecord(0x102, "\x01\x01") + hexEnd,
                    "error", "already programmed");
     }
 

@@ -51,27 +51,21 @@ private slots:
             "IMAGE:/img/rootfs.ubifs\nESA_M_EEP:/e.bin\nSYSTEM:SDCARD\nIMAGE:/rootfs.ubifs\n"
             "KERNEL:/uImage\nSYSTEM:NAND\nKERNEL:/uImage\nFILE:/etc/x.conf\nAPP:/mainApp\n"
             "SCRIPT:/post.sh\nPIC:/long.hex\n";
-        QProcess srec;
-        srec.start("srec_cat",
-                   {"-generate", "0", "0x100", "-constant", "0x12", "-o", "-", "-Intel", "-obs=120"});
-        QVERIFY(srec.waitForFinished(30000));
-        const Files files{{"noexec.sh", file("#!/bin/sh\nexit 0\n", 0644)},
-                          {"noshebang.sh", file("exit 0\n", 0755)},
-                          {"img/rootfs.ubifs", file("UBI#")},
-                          {"rootfs.ubifs", file("UBI#")},
-                          {"e.bin", file("EEPROM")},
-                          {"long.hex", file(srec.readAllStandardOutput())}};
+        const Files files{
+            {"noexec.sh", file("#!/bin/sh\nexit 0\n", 0644)},
+            {"noshebang.sh", file("exit 0\n", 0755)},
+            {"img/rootfs.ubifs", file("UBI#")},
+            {"rootfs.ubifs", file("UBI#")},
+            {"e.bin", file("EEPROM")},
+            {"long.hex", file(srecCat({"-generate", "0", "0x100", "-constant", "0x12", "-obs=120"}))}};
         QTest::newRow("failing lines")
             << m_base.pack(m_base.variant("lines", lines, files), "LinesM_firmware_update_1.tar.bz2")
             << "Some of the updates failed";
 
         // Records the programmer passes over without a word, and a wrong checksum it takes as it is.
-        QProcess merge;
-        merge.start("srec_cat",
-                    {m_base.base + "/board.hex", "-Intel", "-generate", "0xFFF0", "0x10000", "-constant",
-                     "0x55", "-generate", "0xF00000", "0xF00010", "-constant", "0x11", "-o", "-", "-Intel"});
-        QVERIFY(merge.waitForFinished(30000));
-        QByteArray skips = merge.readAllStandardOutput();
+        QByteArray skips =
+            srecCat({m_base.base + "/board.hex", "-Intel", "-generate", "0xFFF0", "0x10000", "-constant",
+                     "0x55", "-generate", "0xF00000", "0xF00010", "-constant", "0x11"});
         const int line = skips.indexOf(":040008001FEF00F0F6");
         QVERIFY(line >= 0);
         skips.replace(line, 19, ":040008001FEF00F0F7");
@@ -109,7 +103,7 @@ private slots:
         const QString out = m_base.dir.path() + "/preview-" + QTest::currentDataTag();
         const Run preview =
             run("setsid", {tool, "preview", package, "--out", out}, QString(), 25 * 60 * 1000);
-        const QString view = readText(out + "/view.txt");
+        const QString view = QString::fromUtf8(readAll(out + "/view.txt"));
         const QString report = preview.out + preview.err;
         QVERIFY2(!view.isEmpty(), qPrintable(report));
         QCOMPARE(preview.exitCode, expectedEnd == grammar::updateComplete ? 0 : 1);
@@ -142,11 +136,11 @@ private slots:
                  qPrintable(report));
 
         // A line predicted to be skipped silently is visible to the models: the PIC does not hold the file.
+        const QString verified = QString::fromUtf8(readAll(out + "/verify.txt"));
         for (const model::Line& line : analysis.lines) {
             if (line.effect == model::Effect::Silent && line.command &&
                 line.command->action == grammar::Action::Pic)
-                QVERIFY2(!readText(out + "/verify.txt").contains("ok      " + line.text + ":"),
-                         qPrintable(readText(out + "/verify.txt")));
+                QVERIFY2(!verified.contains("ok      " + line.text + ":"), qPrintable(verified));
         }
     }
 };

@@ -6,10 +6,10 @@
 #include "UpdaterProgressScreen.h"
 
 #include "../support/SimInstrument.h"
+#include "../support/TestFiles.h"
 
 #include <QtTest>
 
-#include <QProcess>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -17,12 +17,13 @@
 
 #include <limits>
 
+using namespace testfiles;
+
 namespace {
 
 const int FLASH_SIZE = 0x10000;
 const int CONFIG_SIZE = 14;
 const QByteArray BLANK(FLASH_SIZE, '\xff');
-const QByteArray END = ":00000001FF\n";
 
 qint64 picStat(const QString& name)
 {
@@ -49,24 +50,6 @@ const QStringList RELEASED{"out 0", "in 1", "out 0", "out 1", "out 1"};
 bool releasedByThePowerTimer()
 {
     return QTest::qWaitFor([] { return lineStates() == RELEASED; }, 10000);
-}
-
-bool writeFile(const QString& path, const QByteArray& data)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(data) == data.size();
-}
-
-// One Intel HEX line; a non-zero checksumError makes its checksum wrong by that much.
-QByteArray hexRecord(quint16 offset, const QByteArray& data, quint8 type = 0, quint8 checksumError = 0)
-{
-    const QByteArray raw =
-        QByteArray(1, char(data.size())) + char(offset >> 8) + char(offset) + char(type) + data;
-    quint8 sum = checksumError;
-    for (char c : raw)
-        sum = quint8(sum - quint8(c));
-    return ':' + (raw + char(sum)).toHex().toUpper() + '\n';
 }
 
 QByteArray bytes(int n, int seed)
@@ -102,15 +85,6 @@ std::pair<QByteArray, QByteArray> expectedAfter(const QByteArray& hex)
         }
     }
     return {flash, config};
-}
-
-QByteArray runTool(const QString& program, const QStringList& args)
-{
-    QProcess process;
-    process.start(program, args);
-    if (!process.waitForFinished(60000) || process.exitCode() != 0)
-        qWarning() << program << "failed:" << process.readAllStandardError();
-    return process.readAllStandardOutput();
 }
 
 // The percentage programPic reaches at the end of a file it programs whole: every line counts its length
@@ -265,32 +239,32 @@ void TestPicProgrammer::programRecords_data()
 
     const auto hex = &QByteArray::fromHex;
     QTest::newRow("odd address: first word completed from flash, only the record verified")
-        << hexRecord(0x0011, hex("a1b2c3")) + END << true << 0x0F << hex("ff5aa1b2c3ff")
+        << hexRecord(0x0011, hex("a1b2c3")) + hexEnd << true << 0x0F << hex("ff5aa1b2c3ff")
         << "rows_written 1, command_D 1, command_F 1, command_9 4";
     QTest::newRow("odd length: last word completed from the byte after it")
-        << hexRecord(0x0020, hex("0102030405")) + END << true << 0x20 << hex("0102030405ff")
+        << hexRecord(0x0020, hex("0102030405")) + hexEnd << true << 0x20 << hex("0102030405ff")
         << "rows_written 1, command_9 6";
     QTest::newRow("record across a row boundary is split at it")
-        << hexRecord(0x0038, bytes(16, 7)) + END << true << 0x38 << bytes(16, 7)
+        << hexRecord(0x0038, bytes(16, 7)) + hexEnd << true << 0x38 << bytes(16, 7)
         << "rows_written 2, command_D 6, command_F 2, command_9 16";
     QTest::newRow("record ending right below 0xFFFE is flash")
-        << hexRecord(0xFFEE, bytes(16, 8)) + END << true << 0xFFEE << bytes(16, 8) + "\xff\xff"
+        << hexRecord(0xFFEE, bytes(16, 8)) + hexEnd << true << 0xFFEE << bytes(16, 8) + "\xff\xff"
         << "rows_written 1";
     QTest::newRow("records at 0xFFFE/0xFFFF, above flash, ID, above 0x30000C and EEPROM are skipped")
         << hexRecord(0xFFF0, bytes(16, 1)) + hexRecord(0xFFFE, bytes(1, 2)) + hexRecord(0, hex("0001"), 4) +
                hexRecord(0x0000, bytes(16, 3)) + hexRecord(0, hex("0020"), 4) +
                hexRecord(0x0000, bytes(8, 4)) + hexRecord(0, hex("0030"), 4) +
                hexRecord(0x000D, bytes(1, 5)) + hexRecord(0, hex("00F0"), 4) +
-               hexRecord(0x0000, bytes(16, 6)) + END
+               hexRecord(0x0000, bytes(16, 6)) + hexEnd
         << true << 0 << QByteArray() << "clocks 0, mode_entries 0";
     QTest::newRow("record at 0xFFFFFFFE whose end wraps past 32 bits is skipped, reset vector untouched")
-        << QByteArray(":02000004FFFFFC\n:04FFFE00DEADBEEFC7\n") + END << true << 0 << hex("ffffffff")
+        << QByteArray(":02000004FFFFFC\n:04FFFE00DEADBEEFC7\n") + hexEnd << true << 0 << hex("ffffffff")
         << "clocks 0, mode_entries 0";
     QTest::newRow("14 configuration bytes after an extended address, not verified")
-        << hexRecord(0, hex("0030"), 4) + hexRecord(0x0000, bytes(CONFIG_SIZE, 0x40)) + END << true << 0x10000
-        << bytes(CONFIG_SIZE, 0x40) << "config_writes 14, command_9 0";
+        << hexRecord(0, hex("0030"), 4) + hexRecord(0x0000, bytes(CONFIG_SIZE, 0x40)) + hexEnd << true
+        << 0x10000 << bytes(CONFIG_SIZE, 0x40) << "config_writes 14, command_9 0";
     QTest::newRow("configuration record from 0x30000C: two of four bytes fit")
-        << hexRecord(0, hex("0030"), 4) + hexRecord(0x000C, hex("11223344")) + END << true << 0x1000C
+        << hexRecord(0, hex("0030"), 4) + hexRecord(0x000C, hex("11223344")) + hexEnd << true << 0x1000C
         << hex("1122") << "config_writes 2";
 
     QTest::newRow("wrong checksums on every line still program")
@@ -301,19 +275,20 @@ void TestPicProgrammer::programRecords_data()
     for (char& byte : seeded)
         byte = char(generator.bounded(256));
     const QString binary = m_dir.filePath("random.bin");
-    QVERIFY(writeFile(binary, seeded));
-    const QByteArray random = runTool(
-        "srec_cat", {binary, "-binary", "-offset", "0x0100", "-o", "-", "-intel", "-output_block_size=13"});
+    writeFile(binary, seeded);
+    const QByteArray random = run("srec_cat", {binary, "-binary", "-offset", "0x0100", "-o", "-", "-intel",
+                                               "-output_block_size=13"})
+                                  .out.toLatin1();
     QTest::newRow("random image in 13-byte records: odd addresses and lengths, rows split")
         << random << true << 0x100 << expectedAfter(random).first.mid(0x100, 0xA00) << "";
 
     QTest::newRow("record longer than the 100-byte buffer fails the run before it is written")
         << hexRecord(0x0100, bytes(16, 1)) + hexRecord(0x0200, bytes(128, 2)) +
-               hexRecord(0x0400, bytes(16, 3)) + END
+               hexRecord(0x0400, bytes(16, 3)) + hexEnd
         << false << 0x100 << bytes(16, 1) + QByteArray(0x300, '\xff') << "rows_written 1";
     QTest::newRow("stuck bit fails the verify at that byte and stops the run")
-        << hexRecord(0x0C40, QByteArray(16, '\0')) + hexRecord(0x0C80, bytes(16, 9)) + END << false << 0x0C40
-        << hex("00000000000100000000000000000000") + QByteArray(0x50, '\xff') << "command_9 6";
+        << hexRecord(0x0C40, QByteArray(16, '\0')) + hexRecord(0x0C80, bytes(16, 9)) + hexEnd << false
+        << 0x0C40 << hex("00000000000100000000000000000000") + QByteArray(0x50, '\xff') << "command_9 6";
 }
 
 void TestPicProgrammer::programRecords()
@@ -330,7 +305,7 @@ void TestPicProgrammer::programRecords()
     QVERIFY(siminstrument::write("pic/flash", flash));
     QVERIFY(siminstrument::write("pic/faults", "stuck 0x0C45 0x01"));
     const QString file = m_dir.filePath("record.hex");
-    QVERIFY(writeFile(file, hex));
+    writeFile(file, hex);
 
     std::unique_ptr<PicProgrammer> pic(newProgrammer());
     QVERIFY(pic);
@@ -370,7 +345,7 @@ void TestPicProgrammer::missingFileReturnsFailureWithoutTouchingPins()
 void TestPicProgrammer::eraseErrorShowsRedLineAndFails()
 {
     QVERIFY(siminstrument::write("pic/faults", "nonblank 0x0405 0x00"));
-    QVERIFY(writeFile("/tmp/firmware_update/pic/erase.hex", hexRecord(0x0000, bytes(16, 1)) + END));
+    writeFile("/tmp/firmware_update/pic/erase.hex", hexRecord(0x0000, bytes(16, 1)) + hexEnd);
     UpdaterProgressScreen screen;
     QTextEdit* view = screen.findChild<QTextEdit*>("progressMessageWindow");
     QVERIFY(view);
@@ -412,11 +387,11 @@ void TestPicProgrammer::eraseClearsFlashBlockByBlock()
 void TestPicProgrammer::updatePicProgramsAssembledImage()
 {
     const QString out = m_dir.filePath("app.hex");
-    runTool("gpasm", {"-q", "-p18f4620", "-o", out, PROJECT_SOURCE_DIR "/tests/pic/data/app.asm"});
-    QFile file(out);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QByteArray hex = file.readAll();
-    QVERIFY(writeFile("/tmp/firmware_update/pic/app.hex", hex));
+    QCOMPARE(
+        run("gpasm", {"-q", "-p18f4620", "-o", out, PROJECT_SOURCE_DIR "/tests/pic/data/app.asm"}).exitCode,
+        0);
+    const QByteArray hex = readAll(out);
+    writeFile("/tmp/firmware_update/pic/app.hex", hex);
     for (const char* record :
          {":10FFF000", ":020000040030CA", ":0200000400F00A"}) // top of flash, config, EEPROM
         QVERIFY2(hex.contains(record), record);

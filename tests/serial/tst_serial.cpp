@@ -100,7 +100,6 @@ private slots:
         TtyHandler tty(pty.slavePath());
         QVERIFY(tty.isOpen());
         QCOMPARE(tty.openMode(), QIODevice::ReadWrite);
-        QCOMPARE(tty.findChildren<QSocketNotifier*>().size(), 1);
         termios tio{};
         QCOMPARE(tcgetattr(pty.slave(), &tio), 0);
         const char* format = "cflag %#o iflag %#o oflag %#o lflag %#o VMIN %d VTIME %d speed %#o";

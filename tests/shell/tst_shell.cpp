@@ -9,7 +9,6 @@
 #include <QApplication>
 #include <QGraphicsScene>
 #include <QGraphicsView>
-#include <QImage>
 #include <QLabel>
 #include <QPushButton>
 #include <QSettings>
@@ -149,11 +148,9 @@ private slots:
         UpdaterMainScreen second;
         QSettings().remove("ProductName");
         QCOMPARE(child<QLabel>(&second, "versionLabel")->text(), QString("Pellacorde Updater Version: 4.1 "));
-        QCOMPARE(versionString, QString("Version: 4.1 "));
-        QVERIFY(!m_menu->findChild<QPushButton*>("F1Button"));
     }
 
-    void progressScreenFormAndResource()
+    void progressScreenForm()
     {
         QStringList buttons;
         for (int key = 1; key <= 5; ++key) {
@@ -165,11 +162,6 @@ private slots:
         auto* view = child<QTextEdit>(m_progress, "progressMessageWindow");
         QVERIFY(view->isReadOnly());
         QCOMPARE(view->focusPolicy(), Qt::NoFocus);
-
-        // The one compiled-in resource: a 32 by 32 RGBA image that nothing displays.
-        const QImage icon(":/home.png");
-        QCOMPARE(icon.size(), QSize(32, 32));
-        QVERIFY(icon.hasAlphaChannel());
     }
 
     void canvasShowsOneScreenAtATime()
@@ -187,8 +179,6 @@ private slots:
             // Asking again for the visible screen hides it and shows it again.
             QMetaObject::invokeMethod(&fresh, "changeScreen", Q_ARG(int, 1));
             QVERIFY(menu->isHidden() && !progress->isHidden());
-            QVERIFY(fresh.keyOffTimer()->isSingleShot());
-            QVERIFY(!fresh.keyOffTimer()->isActive());
         }
         QCOMPARE(Canvas::instance(), nullptr);
     }
