@@ -5,7 +5,7 @@
 # pc:    F2, F1 (gadget), copies the package onto the transfer partition as the PC would, F1, waits, F1.
 # Headless it starts its own virtual display; --window uses $DISPLAY and leaves the keys to you after
 # the run. Writes to the output dir: view.txt (the message view as the technician saw it at the end),
-# end.png (the screen at the end of the job), menu.png (after F1), probe.txt, updater.log.
+# end.png (the screen at the end of the job), menu.png (after F1), probe.txt, updater.log, xvfb.log.
 set -euo pipefail
 job=${1:?usage: technician.sh <stick|pc> <package|none> <output dir>}
 package=${2:?package file or none}
@@ -42,11 +42,13 @@ if [ "$window_mode" != --window ]; then
     # Xvfb picks a free display itself, so runs side by side do not meet. The number of an earlier run in
     # the same folder must not be taken for this one's before Xvfb has truncated the file.
     rm -f "$out/display"
-    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >/dev/null 2>&1 &
-    pids+=($!)
-    deadline=$((SECONDS + 10))
+    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >"$out/xvfb.log" 2>&1 &
+    xvfb=$!
+    pids+=("$xvfb")
+    deadline=$((SECONDS + 60))
     until number=$(cat "$out/display" 2>/dev/null) && [[ $number =~ ^[0-9]+$ ]]; do
-        [ $SECONDS -lt $deadline ] || fail "the virtual display did not start within 10 s"
+        kill -0 "$xvfb" 2>/dev/null || { tail -n 20 "$out/xvfb.log" >&2; fail "the virtual display ended at start"; }
+        [ $SECONDS -lt $deadline ] || fail "the virtual display did not start within 60 s"
         sleep 0.1
     done
     export DISPLAY=":$number"
@@ -60,10 +62,10 @@ updater=$!
 pids+=("$updater")
 
 window=""
-deadline=$((SECONDS + 30))
+deadline=$((SECONDS + 120))
 until window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1) && [ -n "$window" ]; do
     updater_alive
-    [ $SECONDS -lt $deadline ] || fail "the updater window did not appear within 30 s (see $out/updater.log)"
+    [ $SECONDS -lt $deadline ] || fail "the updater window did not appear within 120 s (see $out/updater.log)"
     sleep 0.1
 done
 
@@ -87,17 +89,17 @@ wait_for_view() { wait_until "$2" "/$1/ in the view" view_has "$1"; } # <extende
 # The probe reports "painted NAME" once a screen shown last has been painted: a screenshot then sees it.
 last_painted() { [ "$(grep -E '^(shown|painted) ' "$probe" | tail -n 1)" = "painted $1" ]; }
 screenshot() { xwd -root -silent | /usr/bin/convert xwd:- "png:$out/$1"; }
-wait_until 30 "the main menu on the screen" last_painted UpdaterMainScreen
+wait_until 120 "the main menu on the screen" last_painted UpdaterMainScreen
 
 if [ "$job" = stick ]; then
     key F3
-    wait_for_view 'Insert a memory stick' 10
+    wait_for_view 'Insert a memory stick' 60
     key F1
 else
     key F2
-    wait_for_view 'Attach the unit to the PC' 10
+    wait_for_view 'Attach the unit to the PC' 60
     key F1
-    wait_for_view 'Copy the firmware_update_tar.bz2 file|Failed to initialise PC connection' 60
+    wait_for_view 'Copy the firmware_update_tar.bz2 file|Failed to initialise PC connection' 120
     last_view | grep -q 'Failed to initialise' && fail "the USB gadget did not load"
     [ "$package" = none ] || cp "$package" "$SIM_STATE/media/mmcblk0p6/"
     say "copied the package onto the transfer partition"
@@ -116,6 +118,6 @@ if [ "$window_mode" = --window ]; then
     exit 0
 fi
 key F1
-wait_until 10 "F1 to return to the main menu" last_painted UpdaterMainScreen
+wait_until 60 "F1 to return to the main menu" last_painted UpdaterMainScreen
 screenshot menu.png
 say "back at the main menu"
