@@ -39,10 +39,11 @@ fi
 pids=()
 trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
 if [ "$window_mode" != --window ]; then
-    # Xvfb picks a free display itself, so runs side by side do not meet. The number of an earlier run in
+    # Xvfb picks a free display itself, and listens only on the sandbox's private /tmp (no abstract
+    # socket, which every sandbox shares), so runs side by side do not meet. The number of an earlier run in
     # the same folder must not be taken for this one's before Xvfb has truncated the file.
     rm -f "$out/display"
-    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp 3>"$out/display" >"$out/xvfb.log" 2>&1 &
+    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp -nolisten local 3>"$out/display" >"$out/xvfb.log" 2>&1 &
     xvfb=$!
     pids+=("$xvfb")
     deadline=$((SECONDS + 60))
