@@ -2,23 +2,19 @@
 // scripts/technician.sh through real X key events; packages built from sample/ by the real tools.
 #include "../support/TestFiles.h"
 
-#include <QDir>
-#include <QProcess>
-#include <QTemporaryDir>
-#include <QtTest>
+#include <QtTest> // with all of QtCore
 
-using testfiles::readAll;
-using testfiles::writeFile;
+using namespace testfiles;
 
 namespace {
 
 const QString repo = PROJECT_SOURCE_DIR;
 const QString build = PROJECT_BINARY_DIR;
 
-struct Run
+struct Job
 {
     int exitCode = -1;
-    QString output;   // what the technician script and the verifier printed
+    QString output;   // what the sandbox, the technician script and the verifier printed
     QStringList view; // the message view at the end of the job, line by line
     QString verify;   // the verifier's report
 };
@@ -27,7 +23,7 @@ struct Run
 
 // sim/sandbox exits with 77 when the machine lacks namespaces or FUSE; under CI=true it fails instead.
 #define RUN_JOB(run, job, packageFile)                                                                       \
-    const Run run = runJob(job, packageFile);                                                                \
+    const Job run = runJob(job, packageFile);                                                                \
     if (run.exitCode == 77 && qEnvironmentVariable("CI") != "true")                                          \
     QSKIP(qPrintable("the sandbox is unavailable on this machine:\n" + run.output))
 
@@ -43,69 +39,39 @@ class EndToEndTest : public QObject
         return found.size() == 1 ? m_work.path() + "/packages/" + variant + "/" + found.first() : QString();
     }
 
-    Run runJob(const QString& job, const QString& packageFile)
+    Job runJob(const QString& job, const QString& packageFile)
     {
-        Run run;
         const QString out = m_work.path() + "/" + job + "-" + QFileInfo(packageFile).baseName();
         QDir().mkpath(out);
-        QProcess sandbox;
-        sandbox.setProcessChannelMode(QProcess::MergedChannels);
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("UPDATER_BUILD_DIR", build);
-        sandbox.setProcessEnvironment(env);
         const QString inside = "scripts/technician.sh \"$1\" \"$2\" \"$3\" && "
                                "{ [ \"$2\" = none ] || sim/tools/verify-update > \"$3/verify.txt\"; }";
-        sandbox.setWorkingDirectory(repo);
-        sandbox.start(repo + "/sim/sandbox", {"--build",
-                                              build,
-                                              "--instrument",
-                                              "--instrument-arg",
-                                              "--pic",
-                                              "--instrument-arg",
-                                              "--serial",
-                                              "--instrument-arg",
-                                              "esa",
-                                              "--cpu",
-                                              "0",
-                                              "--bind",
-                                              m_work.path(),
-                                              m_work.path(),
-                                              "--env",
-                                              "UPDATER_BUILD_DIR=" + build,
-                                              "--",
-                                              "bash",
-                                              "-c",
-                                              inside,
-                                              "e2e",
-                                              job,
-                                              packageFile.isEmpty() ? "none" : packageFile,
-                                              out});
-        if (!sandbox.waitForFinished(15 * 60 * 1000))
-            sandbox.kill();
-        run.exitCode = sandbox.exitStatus() == QProcess::NormalExit ? sandbox.exitCode() : -1;
-        run.output = QString::fromUtf8(sandbox.readAll());
-        run.view = QString::fromUtf8(readAll(out + "/view.txt")).split('\n');
-        run.verify = QString::fromUtf8(readAll(out + "/verify.txt"));
-        return run;
+        const Run sandbox =
+            run(repo + "/sim/sandbox",
+                QStringList{"--build", build, "--instrument", "--instrument-arg", "--pic", "--instrument-arg",
+                            "--serial", "--instrument-arg", "esa", "--cpu", "0", "--bind", m_work.path(),
+                            m_work.path(), "--env", "UPDATER_BUILD_DIR=" + build} +
+                    QStringList{"--", "bash", "-c", inside, "e2e", job,
+                                packageFile.isEmpty() ? "none" : packageFile, out},
+                repo, 15 * 60 * 1000);
+        return {sandbox.exitCode, sandbox.out + sandbox.err,
+                QString::fromUtf8(readAll(out + "/view.txt")).split('\n'),
+                QString::fromUtf8(readAll(out + "/verify.txt"))};
     }
 
 private slots:
     void initTestCase()
     {
         QVERIFY(m_work.isValid());
-        QProcess make;
-        make.setProcessChannelMode(QProcess::MergedChannels);
-        make.start("bash", {repo + "/scripts/make-packages.sh", m_work.path() + "/packages"});
-        QVERIFY(make.waitForFinished(120000));
-        QVERIFY2(make.exitCode() == 0, make.readAll().constData());
+        const Run make = run("bash", {repo + "/scripts/make-packages.sh", m_work.path() + "/packages"});
+        QVERIFY2(make.exitCode == 0, qPrintable(make.out + make.err));
         // A 4-byte record at 0xFFFFFFFE: its end wraps to 2, which must not make it a flash record.
         const QString wrap = m_work.path() + "/wrap/firmware_update";
         writeFile(wrap + "/update_config", "PIC:/wrap.hex\n");
         writeFile(wrap + "/wrap.hex", ":02000004FFFFFC\n:04FFFE00DEADBEEFC7\n:00000001FF\n");
         QVERIFY(QDir().mkpath(m_work.path() + "/packages/wrap"));
-        QCOMPARE(QProcess::execute("tar",
-                                   {"-cjf", m_work.path() + "/packages/wrap/WrapM_firmware_update_1.tar.bz2",
-                                    "-C", m_work.path() + "/wrap", "firmware_update"}),
+        QCOMPARE(run("tar", {"-cjf", m_work.path() + "/packages/wrap/WrapM_firmware_update_1.tar.bz2", "-C",
+                             m_work.path() + "/wrap", "firmware_update"})
+                     .exitCode,
                  0);
         QVERIFY(!package("good").isEmpty() && !package("failing").isEmpty() && !package("wrap").isEmpty());
     }
@@ -115,26 +81,16 @@ private slots:
         RUN_JOB(run, "stick", package("good"));
         QVERIFY2(run.exitCode == 0, qPrintable(run.output));
         // The technician's view, in order, with the percentages kept in place under their headings.
-        QStringList expected = {"Processing update",
-                                "Extracting update, please do not interrupt...",
-                                "Reading update file",
-                                "Command list: ",
-                                "APP:/mainApp",
-                                "FILE:/etc/instrument.conf",
-                                "KERNEL:/uImage",
-                                "MODULES:/modules.tar",
-                                "SCRIPT:/post-update.sh",
-                                "PIC:/board.hex",
-                                "Updating Application with file: /mainApp",
-                                "Updating root files with folder: /etc/instrument.conf",
-                                "Updating kernel with file: /uImage",
-                                "Updating Linux modules with: /modules.tar",
-                                "Running script file: /post-update.sh",
-                                "Updating PIC  with file: /board.hex",
-                                "Erasing PIC: ",
-                                "99%",
-                                "PIC Erase Complete",
-                                "Programming PIC: "};
+        const QStringList expected =
+            QString("Processing update\nExtracting update, please do not interrupt...\nReading update file\n"
+                    "Command list: \nAPP:/mainApp\nFILE:/etc/instrument.conf\nKERNEL:/uImage\n"
+                    "MODULES:/modules.tar\nSCRIPT:/post-update.sh\nPIC:/board.hex\n"
+                    "Updating Application with file: /mainApp\n"
+                    "Updating root files with folder: /etc/instrument.conf\n"
+                    "Updating kernel with file: /uImage\nUpdating Linux modules with: /modules.tar\n"
+                    "Running script file: /post-update.sh\nUpdating PIC  with file: /board.hex\n"
+                    "Erasing PIC: \n99%\nPIC Erase Complete\nProgramming PIC: ")
+                .split('\n');
         QStringList seen = run.view;
         seen.removeAll(QString());
         QVERIFY2(seen.mid(1, expected.size()) == expected, qPrintable(run.view.join('\n')));

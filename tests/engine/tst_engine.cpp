@@ -7,10 +7,8 @@
 
 #include "../support/TestFiles.h"
 
-#include <QAbstractButton>
-#include <QApplication>
-#include <QTextEdit>
 #include <QtTest> // with all of QtCore
+#include <QtWidgets>
 
 #include <memory>
 
@@ -18,12 +16,13 @@ using namespace testfiles;
 
 namespace {
 
-const QString stickPrompt =
-    "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n";
-const QString pcPrompt = "Attach the unit to the PC via the USB cable provided then press F1\n";
-const QString sdcardPrompt =
-    "Are you Sure?, All test results and settings will be lost, Press F1 to continue\n";
-const QString transferPrompt = "Are you Sure?, Press F1 to continue\n";
+// The prompt each main-menu key's job opens with.
+const QMap<int, QString> prompts = {
+    {Qt::Key_F2, "Attach the unit to the PC via the USB cable provided then press F1\n"},
+    {Qt::Key_F3,
+     "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then press F1\n"},
+    {Qt::Key_F4, "Are you Sure?, Press F1 to continue\n"},
+    {Qt::Key_F5, "Are you Sure?, All test results and settings will be lost, Press F1 to continue\n"}};
 const QString processing = "Processing update\n";
 const QString extracting = "Extracting update, please do not interrupt...\n";
 const QString reading = "Reading update file\nCommand list: ";
@@ -109,11 +108,10 @@ void writePackage(const QString& dir, const QString& name, const Package& packag
 {
     QTemporaryDir work;
     const QString top = work.path() + "/firmware_update";
-    if (package.withConfig) {
-        const QString text =
-            package.config.isEmpty() ? QString() : package.config.join(package.lineEnd) + package.lineEnd;
-        writeFile(top + "/update_config", text.toUtf8());
-    }
+    if (package.withConfig) // every line ended, an empty list an empty file
+        writeFile(top + "/update_config",
+                  (package.config.join(package.lineEnd) + (package.config.isEmpty() ? "" : package.lineEnd))
+                      .toUtf8());
     for (auto it = package.files.cbegin(); it != package.files.cend(); ++it)
         writeFile(top + it.key(), it.value(), it.key().endsWith(".sh") ? 0755 : 0644);
     QDir().mkpath(dir);
@@ -132,7 +130,18 @@ QByteArray modulesArchive(const QString& name, const QByteArray& module)
     return readAll(work.path() + "/modules.tar");
 }
 
+// A job that runs no package command (or an empty list). Files on the media: "medium/name" an empty package,
+// with " no-list" one without its command list, with " garbage" no archive at all.
+struct Job
+{
+    QStringList files, commands, appended; // commands after the first F1's unmounts, appended to the prompt
+    Qt::Key key = Qt::Key_F3;
+    QStringList faults = {};
+};
+
 } // namespace
+
+Q_DECLARE_METATYPE(Job)
 
 class EngineTest : public QObject
 {
@@ -152,20 +161,6 @@ class EngineTest : public QObject
     void setFaults(const QStringList& rules)
     {
         writeFile(stateDir + "/faults", (rules.join('\n') + '\n').toUtf8());
-    }
-
-    // Nothing mounted, read-only root, no media, no unpacked package, empty log and no faults.
-    void resetTarget()
-    {
-        QProcess::execute("/usr/bin/umount", {"-q", "/mnt/update"}); // after a failed case
-        QVERIFY(setRootWritable(false));
-        for (const char* medium : {"sda", "sda1", "mmcblk0p6"})
-            QDir(media(medium)).removeRecursively();
-        QFile::remove(stateDir + "/gadget");
-        QFile::remove(stateDir + "/system");
-        QDir("/tmp/firmware_update").removeRecursively();
-        setFaults({});
-        clearCalls();
     }
 
     // Files the instrument already carries before an update, written into the throwaway root.
@@ -190,10 +185,10 @@ class EngineTest : public QObject
     }
 
     // Chooses a job on the main menu; the call log starts empty for it.
-    bool startJob(Qt::Key mainMenuKey, const QString& prompt)
+    bool startJob(Qt::Key mainMenuKey)
     {
         clearCalls();
-        m_prompt = prompt;
+        m_prompt = prompts.value(mainMenuKey);
         return m_main->isVisible() && press(mainMenuKey) && m_progress->isVisible();
     }
 
@@ -202,7 +197,7 @@ class EngineTest : public QObject
                   const QString& name = "M_firmware_update.tar.bz2")
     {
         writePackage(media(medium), name, package);
-        return startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1);
+        return startJob(Qt::Key_F3) && press(Qt::Key_F1);
     }
 
     // The commands after the first F1's unmounts, the view (prompt + appended, same blanks and colours),
@@ -224,6 +219,12 @@ class EngineTest : public QObject
         QCOMPARE(calls(), f1Umounts);
     }
 
+    static void addJob(const char* name, const QStringList& files, const QStringList& commands,
+                       const QStringList& appended, Qt::Key key = Qt::Key_F3, const QStringList& faults = {})
+    {
+        QTest::newRow(name) << Job{files, commands, appended, key, faults};
+    }
+
 private slots:
     void initTestCase()
     {
@@ -240,9 +241,20 @@ private slots:
         qApp->installEventFilter(KeyboardEventFilter::instance());
     }
 
+    // Nothing mounted, read-only root, an empty transfer partition and no other media, no unpacked
+    // package, empty log and no faults.
     void init()
     {
-        resetTarget();
+        QProcess::execute("/usr/bin/umount", {"-q", "/mnt/update"}); // after a failed case
+        QVERIFY(setRootWritable(false));
+        for (const char* medium : {"sda", "sda1", "mmcblk0p6"})
+            QDir(media(medium)).removeRecursively();
+        QDir().mkpath(media("mmcblk0p6"));
+        QFile::remove(stateDir + "/gadget");
+        QFile::remove(stateDir + "/system");
+        QDir("/tmp/firmware_update").removeRecursively();
+        setFaults({});
+        clearCalls();
         m_canvas = std::make_unique<Canvas>();
         m_main = m_canvas->findChild<UpdaterMainScreen*>();
         m_progress = m_canvas->findChild<UpdaterProgressScreen*>();
@@ -257,52 +269,67 @@ private slots:
 
     void cleanup() { m_canvas.reset(); }
 
-    // Stick jobs that end before any command runs, or with an empty list. Files: "medium/name" (empty
-    // package), with " no-list" (no command list) or " garbage" (no archive).
-    void stickJobWithoutCommands_data()
+    // Stick jobs that end before any command runs or with an empty list, PC jobs that end before the
+    // package, and the formatting jobs (F5 the storage area, F4 the transfer area, each by its script).
+    void jobWithoutPackageCommands_data()
     {
-        QTest::addColumn<QStringList>("files");
-        QTest::addColumn<QStringList>("commands");
-        QTest::addColumn<QStringList>("appended");
+        QTest::addColumn<Job>("job");
         // No partition table: the whole disk mounts at the first command. None of these names matches.
-        QTest::newRow("hidden file, no M, other suffix")
-            << QStringList{"sda/.M_firmware_update.tar.bz2", "sda/firmware_update.tar.bz2",
-                           "sda/xM_firmware_update.tar.gz"}
-            << QStringList{mountSda} << QStringList{processing, extracting, noPackage};
+        addJob("hidden file, no M, other suffix",
+               {"sda/.M_firmware_update.tar.bz2", "sda/firmware_update.tar.bz2",
+                "sda/xM_firmware_update.tar.gz"},
+               {mountSda}, {processing, extracting, noPackage});
         // One partition: the second command of the first pass mounts it. Two packages are as bad as none.
-        QTest::newRow("two packages on the partition")
-            << QStringList{"sda1/aM_firmware_update.tar.bz2", "sda1/bM_firmware_update.tar.bz2"}
-            << QStringList{mountSda, mountSda1} << QStringList{processing, extracting, noPackage};
-        QTest::newRow("no stick: 11 passes of both commands")
-            << QStringList{} << times(11, {mountSda, mountSda1}) << QStringList{processing, mountFailed};
+        addJob("two packages on the partition",
+               {"sda1/aM_firmware_update.tar.bz2", "sda1/bM_firmware_update.tar.bz2"}, {mountSda, mountSda1},
+               {processing, extracting, noPackage});
+        addJob("no stick: 11 passes of both commands", {}, times(11, {mountSda, mountSda1}),
+               {processing, mountFailed});
         // An empty list only finalises, and counts as success.
-        QTest::newRow("empty command list")
-            << QStringList{"sda/M_firmware_update.tar.bz2"} << QStringList{mountSda, syncDisks, umountUpdate}
-            << packageView({}, {}, true);
-        QTest::newRow("package without its command list")
-            << QStringList{"sda/M_firmware_update.tar.bz2 no-list"} << QStringList{mountSda}
-            << QStringList{processing, extracting, reading,
-                           red("Failed to open update file, press F1 to return to the main screen\n")};
-        QTest::newRow("no archive at all")
-            << QStringList{"sda/M_firmware_update.tar.bz2 garbage"} << QStringList{mountSda}
-            << QStringList{processing, extracting,
-                           red("Failed to extract update files, press F1 to return to the main screen\n")};
+        addJob("empty command list", {"sda/M_firmware_update.tar.bz2"}, {mountSda, syncDisks, umountUpdate},
+               packageView({}, {}, true));
+        addJob("package without its command list", {"sda/M_firmware_update.tar.bz2 no-list"}, {mountSda},
+               {processing, extracting, reading,
+                red("Failed to open update file, press F1 to return to the main screen\n")});
+        addJob("no archive at all", {"sda/M_firmware_update.tar.bz2 garbage"}, {mountSda},
+               {processing, extracting,
+                red("Failed to extract update files, press F1 to return to the main screen\n")});
+        // The gadget will not unload, or the partition will not mount: the job ends there.
+        addJob("gadget stays", {}, QStringList{gadgetLoad} + f1Umounts + QStringList{gadgetUnload},
+               {initialising, copyNow,
+                red("Failed to close PC connection, press F1 to return to the main screen\n")},
+               Qt::Key_F2, {"1 1 modprobe -r *"});
+        addJob("partition does not mount", {},
+               QStringList{gadgetLoad} + f1Umounts + QStringList{gadgetUnload, mountPc},
+               {initialising, copyNow, processing, mountFailed}, Qt::Key_F2, {"1 1 mount /dev/mmcblk0p6 *"});
+        const QString end = ", press F1 to return to the main screen\n";
+        addJob("F5 storage", {}, {"format_sdcard.sh"},
+               {"Formating SDCard\n", green("Successfully Formated SDCard" + end)}, Qt::Key_F5);
+        addJob("F4 transfer", {}, {"format_transfer.sh"},
+               {"Formating Transfer area\n", green("Successfully Formated Transfer area" + end)}, Qt::Key_F4);
+        addJob("F5 storage, fails", {}, {"format_sdcard.sh"},
+               {"Formating SDCard\n", red("Failed to Format SDCard" + end)}, Qt::Key_F5,
+               {"1 1 format_sdcard.sh"});
+        addJob("F4 transfer, fails", {}, {"format_transfer.sh"},
+               {"Formating Transfer area\n", red("Failed to Format Transfer area" + end)}, Qt::Key_F4,
+               {"1 1 format_transfer.sh"});
     }
 
-    void stickJobWithoutCommands()
+    void jobWithoutPackageCommands()
     {
-        QFETCH(QStringList, files);
-        QFETCH(QStringList, commands);
-        QFETCH(QStringList, appended);
-        for (const QString& file : files) {
+        QFETCH(Job, job);
+        setFaults(job.faults);
+        for (const QString& file : job.files) {
             const QString medium = file.section('/', 0, 0), name = file.section('/', 1).section(' ', 0, 0);
             if (file.endsWith(" garbage"))
                 writeFile(media(medium) + "/" + name, "not an archive");
             else
                 writePackage(media(medium), name, {{}, {{"/uImage", "k"}}, "\n", !file.endsWith(" no-list")});
         }
-        QVERIFY(startJob(Qt::Key_F3, stickPrompt) && press(Qt::Key_F1));
-        checkRun(commands, appended);
+        QVERIFY(startJob(job.key) && press(Qt::Key_F1));
+        if (job.key == Qt::Key_F2) // the PC's F1 after its copy
+            QVERIFY(press(Qt::Key_F1));
+        checkRun(job.commands, job.appended);
     }
 
     void nandCommandsSucceed()
@@ -426,7 +453,7 @@ private slots:
         setFaults({"1 1 modprobe g_mass_storage *"});
 
         // A failed gadget load keeps the first stage: the next F1 tries again.
-        QVERIFY(startJob(Qt::Key_F2, pcPrompt) && press(Qt::Key_F1) && press(Qt::Key_F1));
+        QVERIFY(startJob(Qt::Key_F2) && press(Qt::Key_F1) && press(Qt::Key_F1));
 
         // The PC copies the package and more onto the partition.
         const Package package{{"SYSTEM:SDCARD", "KERNEL:/uImage"}, {{"/uImage", payload(4096, 12)}}};
@@ -447,32 +474,6 @@ private slots:
         // Every top-level file went, hidden ones and directories with files aside.
         QCOMPARE(entries(media("mmcblk0p6")), QStringList({".hidden", "keep"}));
         QCOMPARE(entries(media("mmcblk0p6") + "/keep"), QStringList({"inner.txt"}));
-    }
-
-    // The gadget will not unload, or the partition will not mount: the job ends there.
-    void pcJobEndsEarly_data()
-    {
-        QTest::addColumn<QString>("fault");
-        QTest::addColumn<QStringList>("commands");
-        QTest::addColumn<QStringList>("appended");
-        QTest::newRow("gadget stays")
-            << "1 1 modprobe -r *" << QStringList{gadgetUnload}
-            << QStringList{red("Failed to close PC connection, press F1 to return to the main screen\n")};
-        QTest::newRow("partition does not mount")
-            << "1 1 mount /dev/mmcblk0p6 *" << QStringList{gadgetUnload, mountPc}
-            << QStringList{processing, mountFailed};
-    }
-
-    void pcJobEndsEarly()
-    {
-        QFETCH(QString, fault);
-        QFETCH(QStringList, commands);
-        QFETCH(QStringList, appended);
-        QDir().mkpath(media("mmcblk0p6"));
-        setFaults({fault});
-        QVERIFY(startJob(Qt::Key_F2, pcPrompt) && press(Qt::Key_F1) && press(Qt::Key_F1));
-        checkRun(QStringList{gadgetLoad} + f1Umounts + commands,
-                 QStringList{initialising, copyNow} + appended);
     }
 
     void unknownSystemBadLinesPicAndEsa()
@@ -513,39 +514,6 @@ private slots:
         QCOMPARE(readAll("/home/mainApp"), package.files.value("/mainApp"));
         QVERIFY(!QFileInfo::exists("/etc/engine-unknown.conf"));
         QVERIFY(!QFileInfo::exists("/usr/bin/engine-u"));
-    }
-
-    // F5 formats the storage area, F4 the transfer area, each by its script.
-    void formatJob_data()
-    {
-        QTest::addColumn<Qt::Key>("key");
-        QTest::addColumn<QString>("prompt");
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<bool>("fails");
-        for (bool fails : {false, true}) {
-            QTest::addRow("F5 storage%s", fails ? ", fails" : "")
-                << Qt::Key_F5 << sdcardPrompt << "format_sdcard.sh"
-                << "SDCard" << fails;
-            QTest::addRow("F4 transfer%s", fails ? ", fails" : "")
-                << Qt::Key_F4 << transferPrompt << "format_transfer.sh"
-                << "Transfer area" << fails;
-        }
-    }
-
-    void formatJob()
-    {
-        QFETCH(Qt::Key, key);
-        QFETCH(QString, prompt);
-        QFETCH(QString, script);
-        QFETCH(QString, title);
-        QFETCH(bool, fails);
-        setFaults(fails ? QStringList{"1 1 " + script} : QStringList{});
-        QVERIFY(startJob(key, prompt) && press(Qt::Key_F1));
-        const QString end = ", press F1 to return to the main screen\n";
-        checkRun({script},
-                 {"Formating " + title + "\n", fails ? red("Failed to Format " + title + end)
-                                                     : green("Successfully Formated " + title + end)});
     }
 };
 

@@ -12,12 +12,10 @@
 
 using Screen = UpdaterProgressScreen;
 
-namespace {
-
 // Every message of the loader; its debug chatter stays out of the test report.
-QStringList g_messages;
-QtMessageHandler g_previousHandler = nullptr;
-void captureMessages(QtMsgType type, const QMessageLogContext& context, const QString& message)
+static QStringList g_messages;
+static QtMessageHandler g_previousHandler = nullptr;
+static void captureMessages(QtMsgType type, const QMessageLogContext& context, const QString& message)
 {
     g_messages << message;
     if (type != QtDebugMsg)
@@ -25,58 +23,44 @@ void captureMessages(QtMsgType type, const QMessageLogContext& context, const QS
 }
 
 // The hex texts of every "unknown received" message so far ("" for an empty read).
-QStringList unknownReceived()
-{
+const auto unknownReceived = [] {
     return g_messages.filter(QRegularExpression("^unknown received:"))
         .replaceInStrings(QRegularExpression(".*\"(.*)\""), "\\1");
-}
+};
 
 // What one board heard, one unit per entry: "42 [boot]", "32 [flash]", "01 00 ff ... [block 0 ok]", "04
 // [eot]".
-QStringList hostUnits(const QString& board)
-{
+const auto hostUnits = [](const QString& board) {
     return siminstrument::lines("esa/log")
         .filter(QRegularExpression("^" + board + " < "))
         .replaceInStrings(QRegularExpression("^\\w+ < "), "");
-}
+};
 
-QStringList packets(const QString& board)
-{
+const auto packets = [](const QString& board) {
     return hostUnits(board).filter(QRegularExpression("^01 .*\\[block "));
-}
+};
 
-QByteArray randomImage(int size, quint32 seed)
-{
+const auto randomImage = [](int size, quint32 seed) {
     QByteArray image;
     for (QRandomGenerator random(seed); image.size() < size;)
         image += char(random.bounded(256));
     return image;
-}
+};
 
 // Whole blocks as the boards store them: the last one filled up with 0x1A.
-QByteArray padded(const QByteArray& image)
-{
+const auto padded = [](const QByteArray& image) {
     return image + QByteArray((128 - image.size() % 128) % 128, '\x1A');
-}
-
-// Puts the image where the loader looks for it ("/tmp/firmware_update" followed by the argument).
-QString putImage(const QString& argument, const QByteArray& image)
-{
-    testfiles::writeFile("/tmp/firmware_update" + argument, image);
-    return argument;
-}
+};
 
 // A load ends on the host when EOT is written; the boards' record is complete once it has arrived.
-bool eotArrived(const QString& board, int count = 1)
-{
-    return QTest::qWaitFor([&] { return hostUnits(board).filter("[eot]").size() == count; }, 5000) &&
+const auto eotArrived = [](const QString& board) {
+    return QTest::qWaitFor([&] { return hostUnits(board).filter("[eot]").size() == 1; }, 5000) &&
            hostUnits(board).last() == "04 [eot]";
-}
+};
 
 // The boards' log of what they heard, then an empty line, once they heard a marker written now after all
 // the screen sent: an ignored byte, then `last`.
-QStringList logAfterMarker(const QByteArray& last, const QString& logged)
-{
+const auto logAfterMarker = [](const QByteArray& last, const QString& logged) -> QStringList {
     QFile line("/dev/ttyS1");
     if (!line.open(QIODevice::WriteOnly | QIODevice::Unbuffered) || line.write("\x55" + last) != 2)
         return {"cannot write /dev/ttyS1"};
@@ -89,20 +73,17 @@ QStringList logAfterMarker(const QByteArray& last, const QString& logged)
         10000);
     return siminstrument::lines("esa/log").filter(" < ")
            << (heard ? QString() : "(the marker never reached the boards)");
-}
+};
 
 // The boards heard only the marker, and the select line (GPIO 3) was never exported.
-bool nothingReachedTheBoards()
-{
+const auto nothingReachedTheBoards = [] {
     const QStringList log = logAfterMarker("B", "< 42 [boot]");
     return log.size() == 3 && log.at(1).endsWith("< 42 [boot]") &&
            siminstrument::lines("lines").filter(QRegularExpression("^3 ")).isEmpty();
-}
+};
 
-} // namespace
-
-Q_DECLARE_METATYPE(Screen::ESA_BOARD_ID)
-Q_DECLARE_METATYPE(Screen::ESA_UPDATE_TYPE)
+using Load = std::tuple<int, Screen::ESA_BOARD_ID, Screen::ESA_UPDATE_TYPE>; // image size, board, memory
+Q_DECLARE_METATYPE(Load)
 
 class EsaTest : public QObject
 {
@@ -112,7 +93,9 @@ class EsaTest : public QObject
 
     int load(const QByteArray& image, Screen::ESA_BOARD_ID board, Screen::ESA_UPDATE_TYPE type)
     {
-        return m_screen->updateESA(putImage("/esa/image.bin", image), board, type);
+        // The loader looks for "/tmp/firmware_update" followed by the name it is given.
+        testfiles::writeFile("/tmp/firmware_update/esa/image.bin", image);
+        return m_screen->updateESA("/esa/image.bin", board, type);
     }
 
 private slots:
@@ -164,41 +147,35 @@ private slots:
 
     void imagesArriveIntact_data()
     {
-        QTest::addColumn<int>("size");
-        QTest::addColumn<Screen::ESA_BOARD_ID>("board");
-        QTest::addColumn<Screen::ESA_UPDATE_TYPE>("type");
-        QTest::newRow("empty, IO application") << 0 << Screen::IO << Screen::APP;
-        QTest::newRow("1 byte, Measurement EEPROM") << 1 << Screen::MEASUREMENT << Screen::EEP;
-        QTest::newRow("one whole block, IO EEPROM") << 128 << Screen::IO << Screen::EEP;
+        QTest::addColumn<Load>("row");
+        QTest::newRow("empty, IO application") << Load{0, Screen::IO, Screen::APP};
+        QTest::newRow("1 byte, Measurement EEPROM") << Load{1, Screen::MEASUREMENT, Screen::EEP};
+        QTest::newRow("one whole block, IO EEPROM") << Load{128, Screen::IO, Screen::EEP};
         QTest::newRow("a block and a byte, Measurement application")
-            << 129 << Screen::MEASUREMENT << Screen::APP;
+            << Load{129, Screen::MEASUREMENT, Screen::APP};
         QTest::newRow("257 blocks (numbers wrap), IO application")
-            << 128 * 256 + 5 << Screen::IO << Screen::APP;
+            << Load{128 * 256 + 5, Screen::IO, Screen::APP};
     }
 
     void imagesArriveIntact()
     {
-        QFETCH(int, size);
-        QFETCH(Screen::ESA_BOARD_ID, board);
-        QFETCH(Screen::ESA_UPDATE_TYPE, type);
+        QFETCH(Load, row);
+        const auto [size, board, type] = row;
         const QByteArray image = randomImage(size, quint32(size));
-        const QString name = board == Screen::IO ? "io" : "measurement";
-        const QString other = board == Screen::IO ? "measurement" : "io";
-        const QString memory = type == Screen::APP ? "flash" : "eeprom";
+        const bool io = board == Screen::IO, app = type == Screen::APP;
+        const QString name = io ? "io" : "measurement", memory = app ? "flash" : "eeprom";
 
         QCOMPARE(load(image, board, type), 0);
         QVERIFY(unknownReceived().isEmpty()); // returned without waiting for the answer to EOT
         QVERIFY(eotArrived(name));
         QCOMPARE(siminstrument::read("esa/" + name + "/" + memory), padded(image));
-        QVERIFY(
-            siminstrument::read("esa/" + name + "/" + (type == Screen::APP ? "eeprom" : "flash")).isEmpty());
-        QVERIFY(hostUnits(other).isEmpty());
+        QVERIFY(siminstrument::read("esa/" + name + (app ? "/eeprom" : "/flash")).isEmpty());
+        QVERIFY(hostUnits(io ? "measurement" : "io").isEmpty());
 
         // The select line is an output at the board's level; then "B", the memory, the blocks, EOT.
-        QVERIFY(siminstrument::read("lines").contains(board == Screen::IO ? "3 out 0" : "3 out 1"));
+        QVERIFY(siminstrument::read("lines").contains(io ? "3 out 0" : "3 out 1"));
         const QStringList units = hostUnits(name);
-        QCOMPARE(units.mid(0, 2),
-                 (QStringList{"42 [boot]", type == Screen::APP ? "32 [flash]" : "33 [eeprom]"}));
+        QCOMPARE(units.mid(0, 2), (QStringList{"42 [boot]", app ? "32 [flash]" : "33 [eeprom]"}));
         const QStringList sent = packets(name);
         QCOMPARE(units.size(), sent.size() + 3); // nothing else went over the line
         QCOMPARE(sent.size(), (size + 127) / 128);
@@ -301,7 +278,7 @@ private slots:
     {
         Screen screen;
         QVERIFY(!esaaccess::avrUpdateEnabled(screen));
-        putImage("/io.bin", "image"); // present, but never looked at
+        testfiles::writeFile("/tmp/firmware_update/io.bin", "image"); // present, but never looked at
         QVERIFY(!screen.processCommandList(
             {"ESA_IO_APP:/io.bin", "ESA_M_APP:/io.bin", "ESA_IO_EEP:/io.bin", "xESA_M_EEPx:/io.bin"}));
         QVERIFY(g_messages.filter("Failed to find file").isEmpty());

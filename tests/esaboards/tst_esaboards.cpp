@@ -6,54 +6,40 @@
 
 #include <QtTest>
 
-#include <string>
-#include <vector>
-
-using sim::EsaBoard;
-using sim::EsaBoards;
-using sim::EsaMemory;
-using State = sim::EsaBoards::State;
-namespace esa = sim::esa;
-
-namespace {
+using namespace sim;
+using State = EsaBoards::State;
 
 constexpr bool IO = false; // select-line levels
 constexpr bool MEASUREMENT = true;
 const QStringList C{"43"}, ACK{"06"}, NAK{"15"};
 
 // What the boards answer to bytes from the host, each reply piece as hex text: {"55", "aa 06"}.
-QStringList rx(EsaBoards& boards, const std::string& bytes, bool level = IO)
-{
+const auto rx = [](EsaBoards& boards, const std::string& bytes, bool level = IO) {
     QStringList out;
     for (const std::string& piece : boards.received(bytes, level))
         out << QByteArray(piece.data(), int(piece.size())).toHex(' ');
     return out;
-}
+};
 
 // 128 bytes that differ from block to block.
-std::string blockData(int index)
-{
+const auto blockData = [](int index) {
     std::string data;
     for (int i = 0; i < 128; ++i)
         data += char((index * 7 + i * 13) & 0xFF);
     return data;
-}
+};
 
 // A packet written out byte by byte from the protocol, independent of the model's own helper.
-std::string rawPacket(int number, int complement, const std::string& data, quint16 crc)
-{
+const auto rawPacket = [](int number, int complement, const std::string& data, quint16 crc) {
     return std::string{'\x01', char(number), char(complement)} + data +
            std::string{char(crc >> 8), char(crc)};
-}
+};
 
 // Puts the selected board into its boot loader and starts a load into memory.
-QStringList start(EsaBoards& boards, bool level, char select = '2')
-{
+const auto start = [](EsaBoards& boards, bool level, char select = '2') {
     boards.received("B", level);
     return rx(boards, std::string(1, select), level);
-}
-
-} // namespace
+};
 
 class EsaBoardsTest : public QObject
 {
@@ -139,9 +125,8 @@ private slots:
                      NAK);
             QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Flash).empty());
             const std::deque<std::string>& log = boards.log();
-            QVERIFY2(
-                QString::fromStdString(log[log.size() - 2]).endsWith(QString("[block 0 %1]").arg(reason)),
-                reason);
+            QCOMPARE(QString::fromStdString(log[log.size() - 2]).section('[', -1),
+                     QString("block 0 %1]").arg(reason));
             QCOMPARE(log.back(), std::string("io > 15"));
             // The same block is still expected.
             QCOMPARE(rx(boards, esa::packet(0, data)), ACK);
@@ -157,18 +142,18 @@ private slots:
 
     void faultControlSyntax()
     {
-        sim::EsaFaults faults;
+        EsaFaults faults;
         std::string error;
         for (const char* line : {"nak-at 4", "split", "stray 55 0a", "eot-reply"})
-            QVERIFY2(sim::applyEsaFault(faults, line, &error), line);
-        QCOMPARE(sim::esaFaultsText(faults),
+            QVERIFY2(applyEsaFault(faults, line, &error), line);
+        QCOMPARE(esaFaultsText(faults),
                  std::string("nak-at 4\nsilent-at -1\nsilent-start off\nsplit on\nstray 55 0a\neot-reply\n"));
         for (const char* bad : {"nak-at", "nak-at x", "nak-at 1 2", "split maybe", "stray 100", "jam"}) {
             error.clear();
-            QVERIFY2(!sim::applyEsaFault(faults, bad, &error), bad);
+            QVERIFY2(!applyEsaFault(faults, bad, &error), bad);
             QVERIFY2(error.find(std::string(bad).substr(0, 4)) != std::string::npos, error.c_str());
         }
-        QVERIFY(sim::applyEsaFault(faults, "clear", &error));
+        QVERIFY(applyEsaFault(faults, "clear", &error));
         QCOMPARE(faults.nakAt, -1);
         QCOMPARE(faults.eotReply, std::string("\x06"));
     }
@@ -177,9 +162,9 @@ private slots:
     // ACK the host one byte time later; the first reply piece goes at once, the next after a gap.
     void pacedLineTakesEachByteItsTime()
     {
-        sim::GpioLineBank gpio;
+        GpioLineBank gpio;
         EsaBoards boards;
-        sim::PacedLine line(std::make_unique<sim::EsaPeer>(gpio, boards), 11520);
+        PacedLine line(std::make_unique<EsaPeer>(gpio, boards), 11520);
         const std::uint64_t byte = line.byteNs();
         QCOMPARE(byte, std::uint64_t(86806));
 
@@ -206,9 +191,9 @@ private slots:
         const std::uint64_t t1 = 40000000;
         line.received(esa::packet(1, "b"), t1);
         QCOMPARE(line.timer(t1 + 134 * byte), std::string("\x55"));
-        QCOMPARE(*line.nextDeadline(), t1 + 133 * byte + sim::EsaPeer::splitGapNs);
-        QCOMPARE(line.timer(t1 + 133 * byte + sim::EsaPeer::splitGapNs), std::string());
-        QCOMPARE(line.timer(t1 + 134 * byte + sim::EsaPeer::splitGapNs), std::string("\x06"));
+        QCOMPARE(*line.nextDeadline(), t1 + 133 * byte + EsaPeer::splitGapNs);
+        QCOMPARE(line.timer(t1 + 133 * byte + EsaPeer::splitGapNs), std::string());
+        QCOMPARE(line.timer(t1 + 134 * byte + EsaPeer::splitGapNs), std::string("\x06"));
     }
 };
 

@@ -6,24 +6,16 @@
 
 #include <QtTest>
 
-namespace {
-
-QStringList bus()
-{
-    return siminstrument::lines("i2c");
-}
-
-void clearRecords()
-{
-    siminstrument::clearLog();
-    siminstrument::write("i2c", "clear");
-}
-
-} // namespace
-
 class ExpanderTest : public QObject
 {
     Q_OBJECT
+
+    static QStringList bus() { return siminstrument::lines("i2c"); }
+    static void clearRecords()
+    {
+        siminstrument::clearLog();
+        siminstrument::write("i2c", "clear");
+    }
 
 private slots:
     void initTestCase()

@@ -9,43 +9,33 @@
 #include <memory>
 #include <unistd.h>
 
-namespace {
-
-// The instrument's view of one exported line: "7 out 1 value-writes=..." or empty when not exported.
-QString lineState(int line)
-{
-    return siminstrument::lines("lines").filter(QRegularExpression(QString("^%1 ").arg(line))).value(0);
-}
-
-// Runs body with descriptor 0 given up, so the next open() there returns 0.
-template <typename Body> void withFreedStdin(Body body)
-{
-    const int saved = ::dup(0);
-    ::close(0);
-    body();
-    ::dup2(saved, 0);
-    ::close(saved);
-}
-
-// Every operation but createDriver fails and leaves sysfs alone; "-1" read is neither 0 nor 1, so
-// toggleValue writes nothing.
-void failsWithoutTouchingSysfs(GpioPinController& pin)
-{
-    siminstrument::clearLog();
-    QVERIFY(!pin.setDirection("out"));
-    QVERIFY(!pin.setValue("1"));
-    QTest::ignoreMessage(QtDebugMsg, "getValue failed");
-    QCOMPARE(pin.getValue(), QString("-1"));
-    QTest::ignoreMessage(QtDebugMsg, "getValue failed");
-    pin.toggleValue();
-    QCOMPARE(siminstrument::log(), QStringList());
-}
-
-} // namespace
-
 class GpioTest : public QObject
 {
     Q_OBJECT
+
+    // Runs body with descriptor 0 given up, so the next open() there returns 0.
+    template <typename Body> static void withFreedStdin(Body body)
+    {
+        const int saved = ::dup(0);
+        ::close(0);
+        body();
+        ::dup2(saved, 0);
+        ::close(saved);
+    }
+
+    // Every operation but createDriver fails and leaves sysfs alone; "-1" read is neither 0 nor 1, so
+    // toggleValue writes nothing.
+    static void failsWithoutTouchingSysfs(GpioPinController& pin)
+    {
+        siminstrument::clearLog();
+        QVERIFY(!pin.setDirection("out"));
+        QVERIFY(!pin.setValue("1"));
+        QTest::ignoreMessage(QtDebugMsg, "getValue failed");
+        QCOMPARE(pin.getValue(), QString("-1"));
+        QTest::ignoreMessage(QtDebugMsg, "getValue failed");
+        pin.toggleValue();
+        QCOMPARE(siminstrument::log(), QStringList());
+    }
 
 private slots:
     void initTestCase() { SIM_REQUIRE_INSTRUMENT(); }
@@ -57,9 +47,7 @@ private slots:
             GpioPinController pin("7");
             QCOMPARE(siminstrument::log(), QStringList{"open export wronly"});
             QVERIFY(pin.createDriver());
-            QVERIFY(lineState(7).startsWith("7 in 1 ")); // a fresh line is an undriven input
             QVERIFY(pin.setDirection("out"));
-            QVERIFY(lineState(7).startsWith("7 out 0 "));
             QVERIFY(pin.setValue("1"));
             QVERIFY(pin.setValue("0"));
             QVERIFY(pin.setDirection("in"));
@@ -71,7 +59,6 @@ private slots:
                          "open gpio7/value rdwr", "write gpio7/direction \"out\"", "write gpio7/value \"1\"",
                          "write gpio7/value \"0\"", "write gpio7/direction \"in\"", "close export",
                          "close gpio7/direction", "close gpio7/value"}));
-        QVERIFY(!lineState(7).isEmpty());
     }
 
     void getValueRewindsAndToggleValueFlips()
@@ -88,7 +75,6 @@ private slots:
         QCOMPARE(siminstrument::log().filter("read "),
                  (QStringList{"read gpio12/value \"1\"", "read gpio12/value \"0\"", "read gpio12/value \"1\"",
                               "read gpio12/value \"1\""}));
-        QVERIFY(lineState(12).contains("value-reads=4"));
 
         siminstrument::clearLog();
         pin.toggleValue();
@@ -104,8 +90,8 @@ private slots:
 
         GpioPinController missing("600"); // beyond the bank: the export is refused, the files never appear
         QVERIFY(missing.createDriver());
-        QVERIFY(siminstrument::log().contains("write export \"600\" -> EINVAL"));
-        QVERIFY(siminstrument::log().filter("open gpio600").isEmpty());
+        QCOMPARE(siminstrument::log(), (QStringList{"open export wronly", "write export \"600\" -> EINVAL",
+                                                    "lookup gpio600 -> ENOENT", "lookup gpio600 -> ENOENT"}));
         failsWithoutTouchingSysfs(missing);
     }
 
@@ -131,10 +117,8 @@ private slots:
         siminstrument::clearLog();
         siminstrument::write("refuse-open", "unexport");
         QVERIFY(!pin.removeDriver());
-        QVERIFY(!lineState(7).isEmpty());
         siminstrument::write("refuse-open", "\n");
         QVERIFY(pin.removeDriver());
-        QVERIFY(lineState(7).isEmpty());
         // The old descriptors stay open; sysfs answers them with ENODEV once the line is gone.
         QVERIFY(pin.setValue("1"));
         // The kernel's refusal of a second unexport is not reported.

@@ -22,31 +22,13 @@ inline const QString tool = PROJECT_BINARY_DIR "/tools/update-package/update-pac
 inline const QString baseConfig = QStringLiteral("APP:/mainApp\nFILE:/etc/x.conf\nKERNEL:/uImage\n"
                                                  "MODULES:/modules.tar\nSCRIPT:/post.sh\nPIC:/board.hex\n");
 
+// A file of a variant; a path ending in '/' makes an empty folder instead.
 struct FileSpec
 {
-    enum Kind
-    {
-        File,
-        Folder,
-        Remove
-    } kind = File;
     QByteArray data;
     int mode = 0644;
 };
 using Files = QMap<QString, FileSpec>;
-
-inline FileSpec file(const QByteArray& data, int mode = 0644)
-{
-    return {FileSpec::File, data, mode};
-}
-inline FileSpec folder()
-{
-    return {FileSpec::Folder, {}, 0755};
-}
-inline FileSpec removed()
-{
-    return {FileSpec::Remove, {}, 0};
-}
 
 // What srec_cat makes of the arguments, as Intel HEX.
 inline QByteArray srecCat(const QStringList& args)
@@ -54,36 +36,44 @@ inline QByteArray srecCat(const QStringList& args)
     return run("srec_cat", args + QStringList{"-o", "-", "-Intel"}).out.toLatin1();
 }
 
-struct Finding
+// The bytes from..to (exclusive) all set to value, by srec_cat.
+inline QByteArray filled(const QString& from, const QString& to, const QString& value,
+                         const QString& more = {})
 {
-    QString severity;
-    int line = 0;
-    QString message;
-};
+    return srecCat(QStringList{"-generate", from, to, "-constant", value} +
+                   more.split(' ', Qt::SkipEmptyParts));
+}
 
 struct Lint
 {
     int exitCode = -1;
-    QVector<Finding> findings;
-    QString text; // the raw output, for failure messages
+    QStringList findings; // "severity:line: message"
+    QString text;         // the raw output, for failure messages
     bool has(const QString& severity, int line, const QString& text) const
     {
-        return std::any_of(findings.begin(), findings.end(), [&](const Finding& f) {
-            return f.severity == severity && f.line == line && f.message.contains(text);
+        const QString head = QString("%1:%2: ").arg(severity).arg(line);
+        return std::any_of(findings.begin(), findings.end(), [&](const QString& f) {
+            return f.startsWith(head) && f.mid(head.size()).contains(text);
         });
+    }
+    // Empty for a clean result, else what was wrong.
+    QString problems() const
+    {
+        return exitCode == 0 && findings.isEmpty() ? QString()
+                                                   : QString("exit %1: %2").arg(exitCode).arg(text);
     }
 };
 
 inline Lint lint(const QString& path)
 {
     const Run r = run(tool, {"lint", path, "--json"});
-    Lint l;
-    l.exitCode = r.exitCode;
-    l.text = r.out + r.err;
+    Lint l{r.exitCode, {}, r.out + r.err};
     for (const QJsonValue v : QJsonDocument::fromJson(r.out.toUtf8()).object().value("findings").toArray()) {
         const QJsonObject o = v.toObject();
-        l.findings.push_back(
-            {o.value("severity").toString(), o.value("line").toInt(), o.value("message").toString()});
+        l.findings << QString("%1:%2: %3")
+                          .arg(o.value("severity").toString())
+                          .arg(o.value("line").toInt())
+                          .arg(o.value("message").toString());
     }
     return l;
 }
@@ -120,9 +110,7 @@ public:
         return true;
     }
 
-    QByteArray baseHex() const { return readAll(base + "/board.hex"); }
-
-    // A copy of the base folder with the changes applied; config "<none>" leaves update_config out.
+    // A copy of the base folder with the files written; config "<none>" leaves update_config out.
     QString variant(const QString& name, const QString& config, const Files& changes)
     {
         const QString folder = dir.path() + "/v/" + name;
@@ -131,13 +119,10 @@ public:
         if (run("cp", {"-a", base, folder}).exitCode != 0)
             return QString();
         for (auto it = changes.begin(); it != changes.end(); ++it) {
-            const QString path = folder + '/' + it.key();
-            if (it->kind == FileSpec::Remove)
-                QFile::remove(path);
-            else if (it->kind == FileSpec::Folder)
-                QDir().mkpath(path);
+            if (it.key().endsWith('/'))
+                QDir().mkpath(folder + '/' + it.key());
             else
-                writeFile(path, it->data, it->mode);
+                writeFile(folder + '/' + it.key(), it->data, it->mode);
         }
         if (config == "<none>")
             QFile::remove(folder + "/update_config");
@@ -152,8 +137,7 @@ public:
         const QString target = dir.path() + "/p/" + name;
         QDir().mkpath(dir.path() + "/p");
         QFile::remove(target);
-        const Run r = run(tool, {"build", folder, "-o", target, "--force"});
-        return r.exitCode == 0 ? target : QString();
+        return run(tool, {"build", folder, "-o", target, "--force"}).exitCode == 0 ? target : QString();
     }
 };
 

@@ -51,13 +51,12 @@ private slots:
             "IMAGE:/img/rootfs.ubifs\nESA_M_EEP:/e.bin\nSYSTEM:SDCARD\nIMAGE:/rootfs.ubifs\n"
             "KERNEL:/uImage\nSYSTEM:NAND\nKERNEL:/uImage\nFILE:/etc/x.conf\nAPP:/mainApp\n"
             "SCRIPT:/post.sh\nPIC:/long.hex\n";
-        const Files files{
-            {"noexec.sh", file("#!/bin/sh\nexit 0\n", 0644)},
-            {"noshebang.sh", file("exit 0\n", 0755)},
-            {"img/rootfs.ubifs", file("UBI#")},
-            {"rootfs.ubifs", file("UBI#")},
-            {"e.bin", file("EEPROM")},
-            {"long.hex", file(srecCat({"-generate", "0", "0x100", "-constant", "0x12", "-obs=120"}))}};
+        const Files files{{"noexec.sh", {"#!/bin/sh\nexit 0\n", 0644}},
+                          {"noshebang.sh", {"exit 0\n", 0755}},
+                          {"img/rootfs.ubifs", {"UBI#"}},
+                          {"rootfs.ubifs", {"UBI#"}},
+                          {"e.bin", {"EEPROM"}},
+                          {"long.hex", {filled("0", "0x100", "0x12", "-obs=120")}}};
         QTest::newRow("failing lines")
             << m_base.pack(m_base.variant("lines", lines, files), "LinesM_firmware_update_1.tar.bz2")
             << "Some of the updates failed";
@@ -70,7 +69,7 @@ private slots:
         QVERIFY(line >= 0);
         skips.replace(line, 19, ":040008001FEF00F0F7");
         QTest::newRow("silent skips")
-            << m_base.pack(m_base.variant("skips", "PIC:/skips.hex\n", {{"skips.hex", file(skips)}}),
+            << m_base.pack(m_base.variant("skips", "PIC:/skips.hex\n", {{"skips.hex", {skips}}}),
                            "SkipsM_firmware_update_1.tar.bz2")
             << "Update complete";
 
@@ -127,21 +126,19 @@ private slots:
                 predicted << failure.simplified();
         }
         for (const QString& line :
-             view.split('\n').mid(view.split('\n').indexOf("Command list: ") + 1 + analysis.lines.size())) {
+             view.split('\n').mid(view.split('\n').indexOf("Command list: ") + 1 + analysis.lines.size()))
             if (isRed(line.simplified()))
                 seen << line.simplified();
-        }
         QCOMPARE(seen, predicted);
         QVERIFY2(report.contains(expectedEnd == grammar::updateComplete ? "agrees" : "end: "),
                  qPrintable(report));
 
         // A line predicted to be skipped silently is visible to the models: the PIC does not hold the file.
         const QString verified = QString::fromUtf8(readAll(out + "/verify.txt"));
-        for (const model::Line& line : analysis.lines) {
+        for (const model::Line& line : analysis.lines)
             if (line.effect == model::Effect::Silent && line.command &&
                 line.command->action == grammar::Action::Pic)
                 QVERIFY2(!verified.contains("ok      " + line.text + ":"), qPrintable(verified));
-        }
     }
 };
 

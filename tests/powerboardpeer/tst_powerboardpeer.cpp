@@ -4,26 +4,20 @@
 
 #include <QtTest>
 
-using sim::Bytes;
-using sim::PowerBoardPeer;
-using Status = sim::PowerBoardPeer::Status;
+using namespace sim;
+using Status = PowerBoardPeer::Status;
 namespace pb = sim::powerboard;
-
-namespace {
 
 const auto text = [](const QByteArray& s) { return Bytes(s.begin(), s.end()); };
 const auto bytes = [](const QByteArray& hex) { return text(QByteArray::fromHex(hex)); };
 
 // Chunks joined, as hex text, so a failed comparison shows the bytes.
-QByteArray hex(const std::vector<Bytes>& chunks)
-{
+const auto hexOf = [](const std::vector<Bytes>& chunks) {
     QByteArray all;
     for (const Bytes& chunk : chunks)
         all.append(reinterpret_cast<const char*>(chunk.data()), int(chunk.size()));
     return all.toHex(' ');
-}
-
-} // namespace
+};
 
 class TestPowerBoardPeer : public QObject
 {
@@ -47,7 +41,7 @@ private slots:
             {9, "\x7f\xf2", "02 09 7f f2 00 7f 7f f2 7d 01 03"},
         };
         for (const auto& [id, payload, wire] : frames)
-            QCOMPARE(hex({pb::encodeFrame(std::uint8_t(id), text(payload))}), wire);
+            QCOMPARE(hexOf({pb::encodeFrame(std::uint8_t(id), text(payload))}), wire);
 
         // Unstuffing goes left to right in one pass: 7F 7F F2 is 7F F2, never 02.
         QCOMPARE(pb::unstuff(bytes("7f7ff2")), std::optional<Bytes>(bytes("7ff2")));
@@ -56,7 +50,7 @@ private slots:
         // 1+04+2C+01 + 300*FF = 76550 = 0x12B06: the sender keeps 0x2B06.
         const Bytes payload(300, 0xFF);
         QCOMPARE(pb::checksum(4, payload), std::uint16_t(0x2B06));
-        QVERIFY(hex({pb::encodeFrame(4, payload)}).endsWith("ff 06 2b 03"));
+        QVERIFY(hexOf({pb::encodeFrame(4, payload)}).endsWith("ff 06 2b 03"));
     }
 
     void acceptsGoodFramesSplitAnyhow()
@@ -69,7 +63,7 @@ private slots:
             peer.receive(Bytes(sv.begin() + long(cut), sv.end()));
             QCOMPARE(peer.commands(), std::vector<Bytes>{text("SV")});
             QCOMPARE(peer.strayBytes(), size_t(2));
-            QCOMPARE(hex(peer.takeOutput()), QByteArray("02 06 04 03"));
+            QCOMPARE(hexOf(peer.takeOutput()), QByteArray("02 06 04 03"));
         }
 
         // Frames whose checksum wrapped at 16 bits, or with an escaped escape in the data.
@@ -106,7 +100,7 @@ private slots:
             peer.receive(bytes(wire));
             QVERIFY2(peer.frames().size() == 1 && peer.frames()[0].status == status, wire);
             QVERIFY(peer.commands().empty());
-            QCOMPARE(hex(peer.takeOutput()), QByteArray(answer));
+            QCOMPARE(hexOf(peer.takeOutput()), QByteArray(answer));
         }
     }
 
@@ -118,7 +112,7 @@ private slots:
         PowerBoardPeer peer;
         peer.receive(sv);
         peer.receive(sv);
-        QCOMPARE(hex(peer.takeOutput()), QByteArray("02 06 04 03 02 06 04 03"));
+        QCOMPARE(hexOf(peer.takeOutput()), QByteArray("02 06 04 03 02 06 04 03"));
         QVERIFY(peer.frames().back().repeat);
         peer.receive(pb::encodeFrame(4, text("SD")));
         QCOMPARE(peer.commands(), (std::vector<Bytes>{text("SV"), text("SD")}));
@@ -134,7 +128,7 @@ private slots:
         const Bytes v1 = pb::encodeFrame(4, text("V1"));
         const std::vector<Bytes> out = peer.takeOutput();
         QCOMPARE(out.size(), size_t(4));
-        QCOMPARE(hex(out), hex({v1, v1, pb::encodeFrame(126, text("X")), pb::encodeFrame(4, text("Y"))}));
+        QCOMPARE(hexOf(out), hexOf({v1, v1, pb::encodeFrame(126, text("X")), pb::encodeFrame(4, text("Y"))}));
 
         // Checksum 0x017F: its low byte is escaped, 13 bytes in chunks of at most 3.
         peer.setChunkSize(3);
@@ -143,10 +137,10 @@ private slots:
         QCOMPARE(chunks.size(), size_t(5));
         for (const Bytes& chunk : chunks)
             QVERIFY(chunk.size() <= 3);
-        QCOMPARE(hex(chunks), QByteArray("02 05 05 00 48 45 4c 4c 4f 7f 7f 01 03"));
+        QCOMPARE(hexOf(chunks), QByteArray("02 05 05 00 48 45 4c 4c 4f 7f 7f 01 03"));
 
         peer.sendRaw(bytes("0202"));
-        QCOMPARE(hex(peer.takeOutput()), QByteArray("02 02"));
+        QCOMPARE(hexOf(peer.takeOutput()), QByteArray("02 02"));
     }
 };
 

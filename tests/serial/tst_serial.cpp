@@ -11,24 +11,14 @@
 #include <csignal>
 #include <vector>
 
+extern "C" ssize_t __real_write(int fd, const void* buf, size_t count);
+
 // Every write() of this program is recorded (linked with --wrap=write), so the tests can tell how many
 // system calls a send took and where they went.
-namespace {
-std::vector<std::pair<int, size_t>> g_writes; // descriptor, size
-} // namespace
-
-extern "C" ssize_t __real_write(int fd, const void* buf, size_t count);
-extern "C" ssize_t __wrap_write(int fd, const void* buf, size_t count)
-{
-    g_writes.emplace_back(fd, count);
-    return __real_write(fd, buf, count);
-}
-
-namespace {
+static std::vector<std::pair<int, size_t>> g_writes; // descriptor, size
 
 // Sizes of the writes made to the given tty since g_writes was last cleared.
-QList<int> writesTo(const QString& ttyPath)
-{
+const auto writesTo = [](const QString& ttyPath) {
     QList<int> sizes;
     for (const auto& [fd, size] : g_writes) {
         char name[256] = {};
@@ -36,29 +26,18 @@ QList<int> writesTo(const QString& ttyPath)
             sizes << int(size);
     }
     return sizes;
-}
+};
 
-QByteArray allByteValues(int count)
-{
+const auto allByteValues = [](int count) {
     QByteArray bytes;
     for (int i = 0; i < count; ++i)
         bytes.append(char(i & 0xFF));
     return bytes;
-}
+};
 
 // Should a read on the handler wait for data, an alarm supplies some after 3 s: the read then returns
 // bytes that were not there when it started, and the test fails instead of hanging.
-const PtyPair* g_alarmPty = nullptr;
-void supplyLateBytes(int)
-{
-    // A read waiting for a minimum count would wait again after these bytes: drop the minimum.
-    termios tio{};
-    tcgetattr(g_alarmPty->slave(), &tio);
-    tio.c_cc[VMIN] = 0;
-    tio.c_cc[VTIME] = 0;
-    tcsetattr(g_alarmPty->slave(), TCSANOW, &tio);
-    __real_write(g_alarmPty->master(), "late", 4);
-}
+static const PtyPair* g_alarmPty = nullptr;
 
 struct UnblockLater
 {
@@ -66,7 +45,15 @@ struct UnblockLater
     {
         g_alarmPty = &pty;
         struct sigaction action = {};
-        action.sa_handler = supplyLateBytes;
+        action.sa_handler = [](int) {
+            // A read waiting for a minimum count would wait again after these bytes: drop the minimum.
+            termios tio{};
+            tcgetattr(g_alarmPty->slave(), &tio);
+            tio.c_cc[VMIN] = 0;
+            tio.c_cc[VTIME] = 0;
+            tcsetattr(g_alarmPty->slave(), TCSANOW, &tio);
+            __real_write(g_alarmPty->master(), "late", 4);
+        };
         action.sa_flags = SA_RESTART; // the waiting read goes on and gets the bytes
         sigaction(SIGALRM, &action, nullptr);
         alarm(3);
@@ -74,7 +61,11 @@ struct UnblockLater
     ~UnblockLater() { alarm(0); }
 };
 
-} // namespace
+extern "C" ssize_t __wrap_write(int fd, const void* buf, size_t count)
+{
+    g_writes.emplace_back(fd, count);
+    return __real_write(fd, buf, count);
+}
 
 class TestSerial : public QObject
 {

@@ -6,34 +6,19 @@
 #include "UpdaterMainScreen.h"
 #include "UpdaterProgressScreen.h"
 
-#include <QApplication>
-#include <QGraphicsScene>
-#include <QGraphicsView>
-#include <QLabel>
-#include <QPushButton>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTextEdit>
-#include <QtTest>
+#include <QtTest> // with all of QtCore
+#include <QtWidgets>
 
 namespace {
 
-// The debug lines of the code under test, each with the time it came at on g_clock.
-QList<QPair<QString, qint64>> g_debug;
+// When the code under test logged that the OFF key was held down, on g_clock.
+QList<qint64> g_offKeyFirings;
 QElapsedTimer g_clock;
 
 void recordDebug(QtMsgType, const QMessageLogContext&, const QString& message)
 {
-    g_debug << qMakePair(message, g_clock.elapsed());
-}
-
-QList<qint64> offKeyFirings()
-{
-    QList<qint64> times;
-    for (const auto& [text, at] : g_debug)
-        if (text == "vOffKeyHeldDown")
-            times << at;
-    return times;
+    if (message == "vOffKeyHeldDown")
+        g_offKeyFirings << g_clock.elapsed();
 }
 
 // The key filter's own OFF-key timer: its state shows at once whether a key started or stopped the wait.
@@ -49,7 +34,6 @@ public:
     QList<QEvent::Type> types;
     QList<int> keys;
 
-protected:
     bool eventFilter(QObject*, QEvent* event) override
     {
         if (event->type() == QEvent::KeyPress || event->type() == QEvent::KeyRelease)
@@ -61,10 +45,9 @@ protected:
 
 template <typename T> T* child(QWidget* parent, const QString& name)
 {
-    T* found = parent->findChild<T*>(name);
-    if (!found)
-        qFatal("no child %s", qPrintable(name));
-    return found;
+    if (T* found = parent->findChild<T*>(name))
+        return found;
+    qFatal("no child %s", qPrintable(name));
 }
 
 } // namespace
@@ -126,7 +109,7 @@ private slots:
     {
         m_canvas->showScreen(Canvas::MAIN_SCREEN_INDEX);
         QVERIFY(siminstrument::write("i2c", "clear"));
-        g_debug.clear();
+        g_offKeyFirings.clear();
     }
 
     void cleanup()
@@ -140,10 +123,9 @@ private slots:
 
     void versionLine()
     {
-        // No product was ever stored: the default product and the version without its dollar signs.
-        QCOMPARE(child<QLabel>(m_menu, "versionLabel")->text(), QString("Orsina Updater Version: 4.1 "));
         QCOMPARE(child<QLabel>(m_menu, "label")->text(), QString("Halbern Firmware Update Application"));
-        // A second screen reads the product anew and finds no dollar signs left to remove.
+        // A second screen reads the product anew and finds no dollar signs left to remove (the first
+        // screen's line, with the default product, is checked on the real binary by tst_startup).
         QSettings().setValue("ProductName", "Pellacorde");
         UpdaterMainScreen second;
         QSettings().remove("ProductName");
@@ -188,17 +170,10 @@ private slots:
         QTest::addColumn<Qt::Key>("key");
         QTest::addColumn<QString>("label");
         QTest::addColumn<int>("type");
-        QTest::addColumn<QString>("prompt");
-        QTest::newRow("F2 PC") << Qt::Key_F2 << "Update via PC" << 0
-                               << "Attach the unit to the PC via the USB cable provided then press F1\n";
-        QTest::newRow("F3 memory stick") << Qt::Key_F3 << "Update via Memory\nStick" << 1
-                                         << "Insert a memory stick containing the update_firmware.tar.bz2 "
-                                            "file into the unit then press F1\n";
-        QTest::newRow("F4 transfer area, type 3")
-            << Qt::Key_F4 << "Format Transfer Area" << 3 << "Are you Sure?, Press F1 to continue\n";
-        QTest::newRow("F5 storage area, type 2")
-            << Qt::Key_F5 << "Format Storage Area" << 2
-            << "Are you Sure?, All test results and settings will be lost, Press F1 to continue\n";
+        QTest::newRow("F2 PC") << Qt::Key_F2 << "Update via PC" << 0;
+        QTest::newRow("F3 memory stick") << Qt::Key_F3 << "Update via Memory\nStick" << 1;
+        QTest::newRow("F4 transfer area, type 3") << Qt::Key_F4 << "Format Transfer Area" << 3;
+        QTest::newRow("F5 storage area, type 2") << Qt::Key_F5 << "Format Storage Area" << 2;
     }
 
     void softKeyChoosesTheJobBeforeTheScreenChange()
@@ -206,7 +181,6 @@ private slots:
         QFETCH(Qt::Key, key);
         QFETCH(QString, label);
         QFETCH(int, type);
-        QFETCH(QString, prompt);
         const QString name = QKeySequence(key).toString();
         QCOMPARE(child<QLabel>(m_menu, name + "label")->text(), label);
         QCOMPARE(child<QPushButton>(m_menu, name + "Button")->text(), name);
@@ -222,8 +196,7 @@ private slots:
         QTest::keyClick(m_view.windowHandle(), Qt::Key_F1);
         QVERIFY(pressAndWaitForClick(key, m_menu));
         QCOMPARE(order, (QStringList{QString("type %1").arg(type), "screen 1"}));
-        QVERIFY(m_menu->isHidden() && !m_progress->isHidden());
-        QCOMPARE(child<QTextEdit>(m_progress, "progressMessageWindow")->toPlainText(), prompt);
+        QVERIFY(m_menu->isHidden() && !m_progress->isHidden()); // its prompt: tst_engine's checkRun()
     }
 
     void progressScreenBackKey()
@@ -244,13 +217,13 @@ private slots:
         QVERIFY(siminstrument::write("i2c", "clear"));
         const qint64 pressed = g_clock.elapsed();
         QTest::keyPress(m_view.windowHandle(), Qt::Key_F7);
-        QTRY_COMPARE_WITH_TIMEOUT(offKeyFirings().size(), 1, 30000);
-        const qint64 held = offKeyFirings().first() - pressed;
+        QTRY_COMPARE_WITH_TIMEOUT(g_offKeyFirings.size(), 1, 30000);
+        const qint64 held = g_offKeyFirings.first() - pressed;
         QVERIFY2(held >= 1900, qPrintable(QString("fired after %1 ms").arg(held)));
         QCOMPARE(offKeyTimer()->interval(), 2000);
         QVERIFY(!offKeyTimer()->isActive()); // single-shot: it cannot fire again for this press
         QTest::keyRelease(m_view.windowHandle(), Qt::Key_F7);
-        QCOMPARE(offKeyFirings().size(), 1);
+        QCOMPARE(g_offKeyFirings.size(), 1);
         QCOMPARE(siminstrument::lines("i2c"), QStringList({"w 22 01 9f", "w 22 01 bf"}));
     }
 
@@ -280,7 +253,7 @@ private slots:
                 QTest::keyRelease(m_view.windowHandle(), key);
         }
         QCOMPARE(offKeyTimer()->isActive(), waiting);
-        QCOMPARE(offKeyFirings().size(), 0);
+        QCOMPARE(g_offKeyFirings.size(), 0);
     }
 
     // With function keys off (the shell disabled, so that no shortcut takes a soft key first): a widget

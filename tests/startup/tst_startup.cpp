@@ -1,24 +1,15 @@
 // Start-up of the real updater binary: the command line lands in the settings file and on the menu.
-#include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QSettings>
-#include <QtTest>
+#include <QtTest> // with all of QtCore
 
 namespace {
 const QString settingsFile = "/mnt/data/settings/Halbern/Updater.conf";
-
-QString updaterBinary()
-{
-    return QString(PROJECT_BINARY_DIR) + "/updater/updater";
-}
+const QString updaterBinary = QString(PROJECT_BINARY_DIR) + "/updater/updater";
 } // namespace
 
 class StartupTest : public QObject
 {
     Q_OBJECT
 
-private:
     QString m_label; // the menu's version line as the running updater showed it
 
     // Starts the updater with the probe plugin, waits for the painted menu and for `settled`, stops it.
@@ -29,14 +20,13 @@ private:
         const QString probe = "/tmp/startup-probe.txt";
         QFile::remove(probe);
         QProcess updater;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("QT_PLUGIN_PATH", QString(PROJECT_BINARY_DIR) + "/sim/probe/plugins");
-        env.insert("QT_QPA_GENERIC_PLUGINS", "probe");
-        env.insert("PROBE_OUT", probe);
-        updater.setProcessEnvironment(env);
-        updater.start(updaterBinary(), args);
+        updater.setEnvironment(QProcess::systemEnvironment()
+                               << "QT_PLUGIN_PATH=" PROJECT_BINARY_DIR "/sim/probe/plugins"
+                               << "QT_QPA_GENERIC_PLUGINS=probe"
+                               << "PROBE_OUT=" + probe);
+        updater.start(updaterBinary, args);
         if (!updater.waitForStarted(5000))
-            return "could not start " + updaterBinary();
+            return "could not start " + updaterBinary;
         m_label.clear();
         // The menu is painted after the start-up settings object has synchronised (its update request was
         // posted first), so once the label is reported any settings write has reached the file.
@@ -59,11 +49,7 @@ private:
         return QString::fromLocal8Bit(updater.readAllStandardError());
     }
 
-    QVariant stored(const QString& key)
-    {
-        QSettings settings(settingsFile, QSettings::IniFormat);
-        return settings.value(key);
-    }
+    QVariant stored(const QString& key) { return QSettings(settingsFile, QSettings::IniFormat).value(key); }
 
 private slots:
     void init() { QDir("/mnt/data").removeRecursively(); }

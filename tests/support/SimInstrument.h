@@ -3,10 +3,8 @@
 // sim/sandbox --instrument: the devices sit at their target paths, the control files under $SIM_CONTROL
 // (/run/sim). Plain QtCore, so that benchmarks use it too; SIM_REQUIRE_INSTRUMENT is for QtTest programs.
 
-#include <QByteArray>
 #include <QFile>
 #include <QRegularExpression>
-#include <QString>
 #include <QStringList>
 
 #include <map>
@@ -61,8 +59,7 @@ inline std::map<QString, double> counters(const QString& name)
 inline qint64 counter(const QString& name, const QString& key)
 {
     const auto values = counters(name);
-    const auto found = values.find(key);
-    return found == values.end() ? -1 : qint64(found->second);
+    return values.count(key) ? qint64(values.at(key)) : -1;
 }
 
 inline QStringList log()

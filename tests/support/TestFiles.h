@@ -2,13 +2,8 @@
 // Files the tests read and make, runs of the real tools that make them, and hand-written Intel HEX records
 // for the faults no tool produces.
 
-#include <QByteArray>
 #include <QDir>
-#include <QFile>
-#include <QFileInfo>
 #include <QProcess>
-#include <QString>
-#include <QStringList>
 
 #include <csignal>
 #include <sys/stat.h>
