@@ -91,10 +91,7 @@ public:
         QByteArray kernel;
         for (int i = 0; i < 4096; ++i)
             kernel.append(char((i * 7 + 3) & 0xFF));
-        writeFile(base + "/mainApp",
-                  "\x7f"
-                  "ELF stand-in for the application\n",
-                  0755);
+        writeFile(base + "/mainApp", "\177ELF stand-in for the application\n", 0755);
         writeFile(base + "/etc/x.conf", "mode=field\n");
         writeFile(base + "/uImage", kernel);
         writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755);

@@ -8,16 +8,6 @@
 
 using namespace fixture;
 
-namespace {
-
-bool isRed(const QString& line)
-{
-    return line.startsWith("Failed - ") || line.startsWith("Bad command format.") ||
-           line.startsWith("Unknown command: ") || line.startsWith("PIC Erase Error");
-}
-
-} // namespace
-
 class PackagePreviewTest : public QObject
 {
     Q_OBJECT
@@ -125,9 +115,10 @@ private slots:
             for (const QString& failure : line.failures)
                 predicted << failure.simplified();
         }
+        const QRegularExpression red("^(Failed - |Bad command format\\.|Unknown command: |PIC Erase Error)");
         for (const QString& line :
              view.split('\n').mid(view.split('\n').indexOf("Command list: ") + 1 + analysis.lines.size()))
-            if (isRed(line.simplified()))
+            if (red.match(line.simplified()).hasMatch())
                 seen << line.simplified();
         QCOMPARE(seen, predicted);
         QVERIFY2(report.contains(expectedEnd == grammar::updateComplete ? "agrees" : "end: "),
