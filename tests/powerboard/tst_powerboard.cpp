@@ -161,7 +161,8 @@ private slots:
         for (int i = 0; i < 124; ++i) {
             const auto& [send, payload] = commands[i % 7];
             send(*m_link->manager);
-            QTRY_COMPARE_WITH_TIMEOUT(m_link->completed, i + 1, 10000); // the ACK round trip of command i
+            QVERIFY2(QTest::qWaitFor([&] { return m_link->completed == i + 1; }, 10000),
+                     qPrintable(QString("no ACK round trip for command %1").arg(i)));
             expected += frame(4 + i % 123, payload);
             QCOMPARE(m_link->host, expected);
         }
