@@ -9,8 +9,7 @@
 using namespace sim;
 using State = EsaBoards::State;
 
-constexpr bool IO = false; // select-line levels
-constexpr bool MEASUREMENT = true;
+constexpr bool IO = false, MEASUREMENT = true; // select-line levels
 const QStringList C{"43"}, ACK{"06"}, NAK{"15"};
 
 // What the boards answer to bytes from the host, each reply piece as hex text: {"55", "aa 06"}.
@@ -37,8 +36,7 @@ const auto rawPacket = [](int number, int complement, const std::string& data, q
 
 // Puts the selected board into its boot loader and starts a load into memory.
 const auto start = [](EsaBoards& boards, bool level, char select = '2') {
-    boards.received("B", level);
-    return rx(boards, std::string(1, select), level);
+    return rx(boards, std::string("B") + select, level); // "B" has no answer
 };
 
 class EsaBoardsTest : public QObject

@@ -15,13 +15,9 @@
 using sim::Bytes;
 namespace pb = sim::powerboard;
 
-const auto qt = [](const Bytes& b) {
-    return QByteArray(reinterpret_cast<const char*>(b.data()), int(b.size()));
-};
+const auto qt = [](const Bytes& b) { return QByteArray::fromStdString({b.begin(), b.end()}); };
 const auto raw = [](const QByteArray& a) { return Bytes(a.begin(), a.end()); };
-const auto frame = [](int id, const QByteArray& payload) {
-    return qt(pb::encodeFrame(std::uint8_t(id), raw(payload)));
-};
+const auto frame = [](int id, const QByteArray& p) { return qt(pb::encodeFrame(std::uint8_t(id), raw(p))); };
 const auto ack = [](int id) { return qt(pb::ackFrame(std::uint8_t(id))); };
 const auto nak = [](int id) { return qt(pb::nakFrame(std::uint8_t(id))); };
 // The frame as the manager passes it up: id, then length, payload and checksum unstuffed.
@@ -32,13 +28,6 @@ const auto unstuffed = [](int id, const QByteArray& payload) {
 // Debug output of the code under test, kept for comparison; everything else goes to QtTest.
 static QStringList g_debug;
 static QtMessageHandler g_previousHandler = nullptr;
-static void captureDebug(QtMsgType type, const QMessageLogContext& context, const QString& message)
-{
-    if (type == QtDebugMsg)
-        g_debug << message;
-    else if (g_previousHandler)
-        g_previousHandler(type, context, message);
-}
 
 // One line: a manager on the pty slave, the peer model on the master. Whatever the peer has to say is
 // delivered chunk by chunk, each chunk only after the manager has read the one before.
@@ -53,6 +42,10 @@ public:
         m_tty = manager->findChild<QIODevice*>();
         m_notifier = std::make_unique<QSocketNotifier>(pty.master(), QSocketNotifier::Read);
         QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { pump(); });
+        QObject::connect(manager.get(), &PowerBoardManager::packetReceived,
+                         [this](const QByteArray& packet) { received << packet; });
+        QObject::connect(manager.get(), &PowerBoardManager::txComplete, [this] { ++completed; });
+        QObject::connect(manager.get(), &PowerBoardManager::txFailed, [this] { ++failed; });
     }
 
     // Hands the manager the raw bytes given, then what the peer has to say.
@@ -80,10 +73,9 @@ public:
     // waits for the one resend.
     bool nakFrames(std::size_t first, std::size_t last, bool resent = true)
     {
-        for (std::size_t n = first; n <= last; ++n) {
+        for (std::size_t n = first; n <= last; ++n)
             if (!waitForFrames(n) || !send(nak(4)))
                 return false;
-        }
         return !resent || waitForFrames(last + 1);
     }
 
@@ -98,7 +90,9 @@ public:
     PtyPair pty;
     sim::PowerBoardPeer peer;
     std::unique_ptr<PowerBoardManager> manager;
-    QByteArray host; // every byte the host sent
+    QByteArray host;               // every byte the host sent
+    QList<QByteArray> received;    // every packet the manager passed up
+    int completed = 0, failed = 0; // txComplete and txFailed so far
 
 private:
     void pump()
@@ -128,7 +122,13 @@ private slots:
         m_link = std::make_unique<Link>();
         REQUIRE_PTY(m_link->pty);
         g_debug.clear();
-        g_previousHandler = qInstallMessageHandler(captureDebug);
+        g_previousHandler = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+                if (type == QtDebugMsg)
+                    g_debug << message;
+                else if (g_previousHandler)
+                    g_previousHandler(type, context, message);
+            });
     }
 
     void cleanup()
@@ -157,26 +157,22 @@ private slots:
             {[](auto& m) { m.sendStopTestCommand(); }, "T0"},
             {[](auto& m) { m.sendSendDataCommand(); }, "SD"},
         };
-        QSignalSpy complete(m_link->manager.get(), &PowerBoardManager::txComplete);
         QByteArray expected;
         for (int i = 0; i < 124; ++i) {
             const auto& [send, payload] = commands[i % 7];
             send(*m_link->manager);
-            QVERIFY2(complete.wait(10000), qPrintable(QString("no ACK round trip for command %1").arg(i)));
+            QVERIFY2(QTest::qWaitFor([&] { return m_link->completed == i + 1; }, 10000),
+                     qPrintable(QString("no ACK round trip for command %1").arg(i)));
             expected += frame(4 + i % 123, payload);
             QCOMPARE(m_link->host, expected);
         }
-        QVERIFY(m_link->hostStaysSilent());
-        QCOMPARE(complete.count(), 124);
-        QCOMPARE(g_debug.count("received ack: "), 124);
-        QCOMPARE(g_debug.size(), 124);
+        QVERIFY(m_link->hostStaysSilent()); // and the loop's last check: 124 completed
+        QCOMPARE(g_debug, QVector<QString>(124, "received ack: ").toList());
     }
 
     void nakResendsUntilTheFourthFailure()
     {
         Link& link = *m_link;
-        QSignalSpy complete(link.manager.get(), &PowerBoardManager::txComplete);
-        QSignalSpy failed(link.manager.get(), &PowerBoardManager::txFailed);
         link.peer.setSilent(true);
         link.manager->sendGetVersionCommand();
         // Three NAKs: three resends, one failure short of giving up.
@@ -184,37 +180,36 @@ private slots:
         // An ACK for another id: nothing is sent, nothing completes, but the retry count starts again.
         QVERIFY(link.send(ack(9)));
         QVERIFY(link.hostStaysSilent());
-        QCOMPARE(complete.count(), 0);
+        QCOMPARE(link.completed, 0);
         QVERIFY(link.nakFrames(4, 6));
-        QCOMPARE(failed.count(), 0);
+        QCOMPARE(link.failed, 0);
         QVERIFY(link.send(nak(4))); // the fourth failure gives up
-        QCOMPARE(failed.count(), 1);
+        QCOMPARE(link.failed, 1);
         QVERIFY(link.hostStaysSilent());
 
         // Giving up clears the count too; the id stays, as nothing was acknowledged.
         link.manager->sendGetCalDataCommand();
         QVERIFY(link.nakFrames(8, 11, false));
-        QCOMPARE(failed.count(), 2);
+        QCOMPARE(link.failed, 2);
         QCOMPARE(link.host, frame(4, "SV").repeated(7) + frame(4, "SRC").repeated(4));
         QVERIFY(link.send(ack(4)));
-        QCOMPARE(complete.count(), 1);
+        QCOMPARE(link.completed, 1);
 
         // Commands do not wait for an ACK: the second goes out at once, under the same id, and replaces
         // the first. Its ACK completes it; the next command takes the next id.
         link.host.clear();
         link.manager->sendGetVersionCommand();
         link.manager->sendGetCalDataCommand();
+        // Both are out before the ACK: 13 frames now, and the last host check below shows which.
         QVERIFY(link.waitForFrames(13));
-        QCOMPARE(link.host, frame(5, "SV") + frame(5, "SRC"));
         QVERIFY(link.send(ack(5)));
-        QCOMPARE(complete.count(), 2);
+        QCOMPARE(link.completed, 2);
         QVERIFY(link.hostStaysSilent());
         link.manager->sendSendDataCommand();
         QVERIFY(link.waitForFrames(14));
         QCOMPARE(link.host, frame(5, "SV") + frame(5, "SRC") + frame(6, "SD"));
-        QCOMPARE(g_debug.count("received nak: "), 11);
-        QCOMPARE(g_debug.count("received ack: "), 3);
-        QCOMPARE(g_debug.size(), 14);
+        const QString n = "received nak: ", a = "received ack: ";
+        QCOMPARE(g_debug, (QStringList{n, n, n, a, n, n, n, n, n, n, n, n, a, a}));
     }
 
     // The only test that waits for the 5 s acknowledgement timer: two links run side by side, so one timer
@@ -224,8 +219,6 @@ private slots:
     {
         Link& here = *m_link;
         Link there;
-        QSignalSpy failed(here.manager.get(), &PowerBoardManager::txFailed);
-        QSignalSpy failedThere(there.manager.get(), &PowerBoardManager::txFailed);
         here.peer.setSilent(true);
         there.peer.setSilent(true);
         // Here two failures by NAK, there three.
@@ -239,49 +232,43 @@ private slots:
         // 5 s of silence after the last resend: the third failure resends here, the fourth gives up there.
         QVERIFY(here.waitForFrames(4, 8000));
         QVERIFY2(clock.elapsed() >= 4500, qPrintable(QString("resent after %1 ms").arg(clock.elapsed())));
-        QVERIFY(failedThere.count() == 1 || failedThere.wait(3000));
+        QVERIFY(QTest::qWaitFor([&] { return there.failed == 1; }, 3000));
         QVERIFY2(clock.elapsed() >= 4500, qPrintable(QString("gave up after %1 ms").arg(clock.elapsed())));
-        QCOMPARE(failed.count(), 0);
+        QCOMPARE(here.failed, 0);
         QVERIFY(here.send(nak(4))); // here the fourth failure
-        QCOMPARE(failed.count(), 1);
+        QCOMPARE(here.failed, 1);
 
         // Another timer period: nothing more on either line.
         QTest::qWait(5500);
         QCOMPARE(here.host, frame(4, "SV").repeated(4));
         QCOMPARE(there.host, frame(4, "SRC").repeated(4));
-        QCOMPARE(failed.count(), 1);
-        QCOMPARE(failedThere.count(), 1);
+        QCOMPARE(here.failed, 1);
+        QCOMPARE(there.failed, 1);
     }
 
     void reassemblesSplitFramesAndAcksRepeatsWithoutPassingThemUp()
     {
-        QSignalSpy received(m_link->manager.get(), &PowerBoardManager::packetReceived);
         // Every byte that needs escaping, cut into reads of three bytes. A fresh link takes the first frame
         // whatever its valid id; the same frame again is ACKed again.
-        const QByteArray payload("V\x02\x03\x7f"
-                                 "1.0");
+        const QByteArray payload = QByteArray("V\x02\x03\x7f") + "1.0";
         m_link->peer.setChunkSize(3);
         m_link->peer.sendFrame(raw(payload));
         m_link->peer.repeatLastFrame();
         m_link->peer.sendFrame(raw("D2"));
         QVERIFY(m_link->send());
 
-        QCOMPARE(received.count(), 2);
-        QCOMPARE(received[0][0].toByteArray(), unstuffed(4, payload));
-        QCOMPARE(received[1][0].toByteArray(), unstuffed(5, "D2"));
+        QCOMPARE(m_link->received, (QList<QByteArray>{unstuffed(4, payload), unstuffed(5, "D2")}));
         QTRY_COMPARE(m_link->host, ack(4) + ack(4) + ack(5));
         QCOMPARE(g_debug, QStringList{"same packet: "});
     }
 
     void dropsChunksWithSeveralStartBytes()
     {
-        QSignalSpy received(m_link->manager.get(), &PowerBoardManager::packetReceived);
         // Two whole frames in one read while waiting for a start: both are dropped, unanswered.
         QVERIFY(m_link->send(frame(4, "A") + frame(5, "B")));
         QVERIFY(m_link->hostStaysSilent());
-        QCOMPARE(received.count(), 0);
         QVERIFY(m_link->send(frame(6, "C")));
-        QCOMPARE(received.count(), 1);
+        QCOMPARE(m_link->received, QList<QByteArray>{unstuffed(6, "C")}); // and nothing of A or B
 
         // A start byte in the middle of a frame: the partial frame and that read are lost; the tail of the
         // lost frame has no start byte and is dropped too.
@@ -289,11 +276,9 @@ private slots:
         QVERIFY(m_link->send(d.left(3)));
         QVERIFY(m_link->send(frame(8, "E")));
         QVERIFY(m_link->send(d.mid(3)));
-        QCOMPARE(received.count(), 1);
+        QCOMPARE(m_link->received.size(), 1);
         QVERIFY(m_link->send(frame(8, "E")));
-        QCOMPARE(received.count(), 2);
-        QCOMPARE(received[0][0].toByteArray(), unstuffed(6, "C"));
-        QCOMPARE(received[1][0].toByteArray(), unstuffed(8, "E"));
+        QCOMPARE(m_link->received, (QList<QByteArray>{unstuffed(6, "C"), unstuffed(8, "E")}));
         QTRY_COMPARE(m_link->host, ack(6) + ack(8));
     }
 
@@ -324,18 +309,15 @@ private slots:
         QFETCH(QByteArray, wire);
         QFETCH(int, nakId);
         QFETCH(QString, reason);
-        QSignalSpy received(m_link->manager.get(), &PowerBoardManager::packetReceived);
         QVERIFY(m_link->send(wire));
         QTRY_COMPARE(m_link->host, nak(nakId));
-        QCOMPARE(received.count(), 0);
+        QVERIFY(m_link->received.isEmpty());
         QCOMPARE(g_debug, QStringList({reason, "sent Nak: "}));
     }
 
     void receiveStateIsSharedByInstances()
     {
         Link there;
-        QSignalSpy receivedHere(m_link->manager.get(), &PowerBoardManager::packetReceived);
-        QSignalSpy receivedThere(there.manager.get(), &PowerBoardManager::packetReceived);
         // This instance sees the start of a frame; the other one then takes a frame without its start byte,
         // and this instance the end of its own frame, which it now drops.
         const QByteArray here = frame(4, "P1");
@@ -343,9 +325,8 @@ private slots:
         QVERIFY(there.send(frame(5, "P2").mid(1)));
         QVERIFY(m_link->send(here.mid(4)));
 
-        QCOMPARE(receivedHere.count(), 0);
-        QCOMPARE(receivedThere.count(), 1);
-        QCOMPARE(receivedThere[0][0].toByteArray(), unstuffed(5, "P2"));
+        QVERIFY(m_link->received.isEmpty());
+        QCOMPARE(there.received, QList<QByteArray>{unstuffed(5, "P2")});
         QTRY_COMPARE(there.host, ack(5));
         QVERIFY(m_link->hostStaysSilent());
     }

@@ -17,17 +17,6 @@ extern "C" ssize_t __real_write(int fd, const void* buf, size_t count);
 // system calls a send took and where they went.
 static std::vector<std::pair<int, size_t>> g_writes; // descriptor, size
 
-// Sizes of the writes made to the given tty since g_writes was last cleared.
-const auto writesTo = [](const QString& ttyPath) {
-    QList<int> sizes;
-    for (const auto& [fd, size] : g_writes) {
-        char name[256] = {};
-        if (ttyname_r(fd, name, sizeof(name)) == 0 && ttyPath == name)
-            sizes << int(size);
-    }
-    return sizes;
-};
-
 const auto allByteValues = [](int count) {
     QByteArray bytes;
     for (int i = 0; i < count; ++i)
@@ -35,31 +24,7 @@ const auto allByteValues = [](int count) {
     return bytes;
 };
 
-// Should a read on the handler wait for data, an alarm supplies some after 3 s: the read then returns
-// bytes that were not there when it started, and the test fails instead of hanging.
-static const PtyPair* g_alarmPty = nullptr;
-
-struct UnblockLater
-{
-    explicit UnblockLater(const PtyPair& pty)
-    {
-        g_alarmPty = &pty;
-        struct sigaction action = {};
-        action.sa_handler = [](int) {
-            // A read waiting for a minimum count would wait again after these bytes: drop the minimum.
-            termios tio{};
-            tcgetattr(g_alarmPty->slave(), &tio);
-            tio.c_cc[VMIN] = 0;
-            tio.c_cc[VTIME] = 0;
-            tcsetattr(g_alarmPty->slave(), TCSANOW, &tio);
-            __real_write(g_alarmPty->master(), "late", 4);
-        };
-        action.sa_flags = SA_RESTART; // the waiting read goes on and gets the bytes
-        sigaction(SIGALRM, &action, nullptr);
-        alarm(3);
-    }
-    ~UnblockLater() { alarm(0); }
-};
+static const PtyPair* g_alarmPty = nullptr; // the line an alarm unblocks
 
 extern "C" ssize_t __wrap_write(int fd, const void* buf, size_t count)
 {
@@ -89,8 +54,7 @@ private slots:
         QCOMPARE(tcsetattr(pty.slave(), TCSANOW, &cooked), 0);
 
         TtyHandler tty(pty.slavePath());
-        QVERIFY(tty.isOpen());
-        QCOMPARE(tty.openMode(), QIODevice::ReadWrite);
+        QCOMPARE(tty.openMode(), QIODevice::ReadWrite); // open, for reading and writing
         termios tio{};
         QCOMPARE(tcgetattr(pty.slave(), &tio), 0);
         const char* format = "cflag %#o iflag %#o oflag %#o lflag %#o VMIN %d VTIME %d speed %#o";
@@ -109,11 +73,14 @@ private slots:
         const QByteArray block = allByteValues(133);
         for (const QByteArray& message : {QByteArray("B"), block, QByteArray("2C")}) {
             g_writes.clear();
-            if (message == block)
-                tty.sendByteArray(message);
-            else
-                tty.sendString(message);
-            QCOMPARE(writesTo(pty.slavePath()), QList<int>{message.size()});
+            message == block ? tty.sendByteArray(message) : tty.sendString(message);
+            QList<int> sizes; // of the writes to the tty
+            for (const auto& [fd, size] : g_writes) {
+                char name[256] = {};
+                if (ttyname_r(fd, name, sizeof(name)) == 0 && pty.slavePath() == name)
+                    sizes << int(size);
+            }
+            QCOMPARE(sizes, QList<int>{message.size()});
             QCOMPARE(pty.readMaster(1000), message);
         }
     }
@@ -127,7 +94,23 @@ private slots:
         QVERIFY2(pty.waitSlaveReadable(2000), "the bytes never reached the tty");
         TtyHandler tty(pty.slavePath());
         QSignalSpy readyRead(&tty, &QIODevice::readyRead);
-        UnblockLater guard(pty);
+        // Should a read on the handler wait for data, an alarm supplies some after 3 s: the read then
+        // returns bytes that were not there when it started, and the test fails instead of hanging.
+        g_alarmPty = &pty;
+        struct sigaction action = {};
+        action.sa_handler = [](int) {
+            // A read waiting for a minimum count would wait again after these bytes: drop the minimum.
+            termios tio{};
+            tcgetattr(g_alarmPty->slave(), &tio);
+            tio.c_cc[VMIN] = 0;
+            tio.c_cc[VTIME] = 0;
+            tcsetattr(g_alarmPty->slave(), TCSANOW, &tio);
+            __real_write(g_alarmPty->master(), "late", 4);
+        };
+        action.sa_flags = SA_RESTART; // the waiting read goes on and gets the bytes
+        sigaction(SIGALRM, &action, nullptr);
+        alarm(3);
+        const auto disarm = qScopeGuard([] { alarm(0); });
         QCOMPARE(tty.readAll(), QByteArray());
         char byte = 0;
         QCOMPARE(tty.read(&byte, 1), qint64(0));
@@ -156,8 +139,7 @@ private slots:
     {
         g_writes.clear();
         TtyHandler tty("/nonexistent/ttyS1");
-        QVERIFY(tty.isOpen());
-        QCOMPARE(tty.openMode(), QIODevice::ReadWrite);
+        QCOMPARE(tty.openMode(), QIODevice::ReadWrite); // open, for reading and writing
         QVERIFY(tty.findChildren<QSocketNotifier*>().isEmpty());
 
         tty.sendString("B");
