@@ -30,11 +30,8 @@ QStringList lineStates()
 {
     const QString text = QString::fromLatin1(siminstrument::read("lines"));
     QStringList states;
-    for (int gpio = 2; gpio <= 6; ++gpio) {
-        const QRegularExpression line(QString("^%1 (\\w+ [01])").arg(gpio),
-                                      QRegularExpression::MultilineOption);
-        states << line.match(text).captured(1);
-    }
+    for (int gpio = 2; gpio <= 6; ++gpio)
+        states << QRegularExpression(QString("(?m)^%1 (\\w+ [01])").arg(gpio)).match(text).captured(1);
     return states;
 }
 
@@ -63,16 +60,14 @@ std::pair<QByteArray, QByteArray> expectedAfter(const QByteArray& hex)
             continue;
         const QByteArray data = raw.mid(4, quint8(raw[0]));
         const quint32 address = upper + quint32(quint8(raw[1]) << 8 | quint8(raw[2]));
-        if (raw[3] == 4) {
+        if (raw[3] == 4)
             upper = quint32(quint8(data[0]) << 8 | quint8(data[1])) << 16;
-        } else if (raw[3] != 0) {
+        else if (raw[3] != 0)
             continue;
-        } else if (address + quint32(data.size()) <= 0xFFFE) {
+        else if (address + quint32(data.size()) <= 0xFFFE)
             flash.replace(int(address), data.size(), data);
-        } else if (address >= 0x300000 && address <= 0x30000C) {
-            config.replace(int(address - 0x300000), data.size(), data);
-            config.truncate(CONFIG_SIZE);
-        }
+        else if (address >= 0x300000 && address <= 0x30000C)
+            config.replace(int(address - 0x300000), data.size(), data).truncate(CONFIG_SIZE);
     }
     return {flash, config};
 }
@@ -90,10 +85,9 @@ private slots:
     {
         SIM_REQUIRE_INSTRUMENT("pic/flash");
         QVERIFY(m_dir.isValid());
+        // The failure names a missing tool: Debian gputils and srecord; scripts/setup.sh installs them.
         for (const char* tool : {"gpasm", "srec_cat"})
-            QVERIFY2(
-                !QStandardPaths::findExecutable(tool).isEmpty(),
-                qPrintable(QString(tool) + " is missing (Debian gputils and srecord; scripts/setup.sh)"));
+            QVERIFY2(!QStandardPaths::findExecutable(tool).isEmpty(), tool);
     }
 
     void init()
@@ -134,13 +128,13 @@ private slots:
 
     void constructionHoldsResetAndDestructionCutsPower()
     {
-        {
-            PicProgrammer pic; // powered, held in reset, low-voltage programming off, PGC and PGD low
-            QCOMPARE(lineStates(), (QStringList{"out 0", "out 0", "out 0", "out 1", "out 0"}));
-            QCOMPARE(picStat("programming_mode"), 0);
-            QVERIFY2(released(), qPrintable(lineStates().join(", ")));
-            QCOMPARE(picStat("programming_mode"), 1);
-        }
+        // Powered, held in reset, low-voltage programming off, PGC and PGD low.
+        auto pic = std::make_unique<PicProgrammer>();
+        QCOMPARE(lineStates(), (QStringList{"out 0", "out 0", "out 0", "out 1", "out 0"}));
+        QCOMPARE(picStat("programming_mode"), 0);
+        QVERIFY2(released(), qPrintable(lineStates().join(", ")));
+        QCOMPARE(picStat("programming_mode"), 1);
+        pic.reset();
         QCOMPARE(lineStates()[3], QString("out 0"));
     }
 
@@ -173,8 +167,7 @@ private slots:
 
     void eepromRoundTrip()
     {
-        QByteArray eeprom(1024, '\xff');
-        eeprom[0x155] = '\x77';
+        QByteArray eeprom = QByteArray(1024, '\xff').replace(0x155, 1, "\x77");
         QVERIFY(siminstrument::write("pic/eeprom", eeprom));
         auto pic = std::make_unique<PicProgrammer>();
         QVERIFY(released());
@@ -182,9 +175,8 @@ private slots:
         pic->vWritePicEeprom(0x3FF, 0xA5);
         pic->vWritePicEeprom(0x000, 0x3C);
         QCOMPARE(pic->u8ReadPicEeprom(0x3FF), quint8(0xA5));
-        eeprom[0x3FF] = '\xa5';
-        eeprom[0x000] = '\x3c';
-        QCOMPARE(siminstrument::read("pic/eeprom"), eeprom); // both written, nothing else
+        // Both written, nothing else.
+        QCOMPARE(siminstrument::read("pic/eeprom"), eeprom.replace(0x3FF, 1, "\xa5").replace(0, 1, "\x3c"));
     }
 
     void programRecords_data()
@@ -231,8 +223,7 @@ private slots:
             << true << 0x100 << bytes(16, 1) + bytes(16, 2) << "rows_written 2";
         QByteArray seeded(0xA00, Qt::Uninitialized);
         QRandomGenerator generator(13);
-        for (char& byte : seeded)
-            byte = char(generator.bounded(256));
+        std::generate(seeded.begin(), seeded.end(), [&] { return char(generator.bounded(256)); });
         const QString binary = m_dir.filePath("random.bin");
         writeFile(binary, seeded);
         const QByteArray random = run("srec_cat", {binary, "-binary", "-offset", "0x0100", "-o", "-",
@@ -259,9 +250,7 @@ private slots:
         QFETCH(QString, counters);
         // The chip as every case finds it: 0x5A at 0x0010, which an odd record's first word must keep, and
         // bit 0 of 0x0C45 stuck high.
-        QByteArray flash = BLANK;
-        flash[0x10] = '\x5a';
-        QVERIFY(siminstrument::write("pic/flash", flash));
+        QVERIFY(siminstrument::write("pic/flash", QByteArray(BLANK).replace(0x10, 1, "\x5a")));
         QVERIFY(siminstrument::write("pic/faults", "stuck 0x0C45 0x01"));
         const QString file = m_dir.filePath("record.hex");
         writeFile(file, hex);
@@ -274,9 +263,8 @@ private slots:
         QVERIFY(pic->isFinished());
         QCOMPARE(pic->isProgrammed(), programmed);
 
-        QCOMPARE(
-            (siminstrument::read("pic/flash") + siminstrument::read("pic/config")).mid(at, expected.size()),
-            expected);
+        const QByteArray memory = siminstrument::read("pic/flash") + siminstrument::read("pic/config");
+        QCOMPARE(memory.mid(at, expected.size()), expected);
         for (const QString& counter :
              (counters + ", timing_violations 0, protocol_errors 0").split(", ", Qt::SkipEmptyParts)) {
             const QString name = counter.section(' ', 0, 0);
@@ -311,8 +299,7 @@ private slots:
         QVERIFY(view);
         QCOMPARE(screen.updatePic(2, "/pic/erase.hex"), -1);
         // Two blocks were blank (0% then 1%), the third is not: the view ends with the red paragraph.
-        const QStringList lines = view->toPlainText().split('\n');
-        QCOMPARE(lines.mid(lines.size() - 3), (QStringList{"Erasing PIC: ", "1%", "PIC Erase Error "}));
+        QCOMPARE(view->toPlainText().section('\n', -3), QString("Erasing PIC: \n1%\nPIC Erase Error "));
         QVERIFY(view->toHtml().contains("color:#ff0000;\">PIC Erase Error </span></p></body>"));
         QCOMPARE(picStat("rows_written"), 0);
         QCOMPARE(picStat("bulk_erases"), 5);
@@ -347,13 +334,12 @@ private slots:
     void updatePicProgramsAssembledImage()
     {
         const QString out = m_dir.filePath("app.hex");
-        QCOMPARE(run("gpasm", {"-q", "-p18f4620", "-o", out, PROJECT_SOURCE_DIR "/tests/pic/data/app.asm"})
-                     .exitCode,
-                 0);
+        const QString source = PROJECT_SOURCE_DIR "/tests/pic/data/app.asm";
+        QCOMPARE(run("gpasm", {"-q", "-p18f4620", "-o", out, source}).exitCode, 0);
         const QByteArray hex = readAll(out);
         writeFile("/tmp/firmware_update/pic/app.hex", hex);
-        for (const char* record :
-             {":10FFF000", ":020000040030CA", ":0200000400F00A"}) // top of flash, config, EEPROM
+        // Records at the top of flash, in the configuration and in the EEPROM.
+        for (const char* record : {":10FFF000", ":020000040030CA", ":0200000400F00A"})
             QVERIFY2(hex.contains(record), record);
         QVERIFY(siminstrument::write("pic/flash", QByteArray(FLASH_SIZE, '\0')));
         const QByteArray eeprom = siminstrument::read("pic/eeprom");
@@ -391,10 +377,7 @@ private:
     }
     // The percentage programPic reaches at the end of a file it programs whole: every line counts its length
     // with the newline, plus one, against the file's size, in whole percent. Above 100 by design.
-    static int finalPercent(const QByteArray& hex)
-    {
-        return int(100 * (hex.size() + hex.count('\n')) / hex.size());
-    }
+    static int finalPercent(const QByteArray& f) { return int(100 * (f.size() + f.count('\n')) / f.size()); }
 
     QTemporaryDir m_dir;
 };
