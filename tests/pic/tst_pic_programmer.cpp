@@ -85,9 +85,10 @@ private slots:
     {
         SIM_REQUIRE_INSTRUMENT("pic/flash");
         QVERIFY(m_dir.isValid());
-        // The failure names a missing tool: Debian gputils and srecord; scripts/setup.sh installs them.
         for (const char* tool : {"gpasm", "srec_cat"})
-            QVERIFY2(!QStandardPaths::findExecutable(tool).isEmpty(), tool);
+            QVERIFY2(
+                !QStandardPaths::findExecutable(tool).isEmpty(),
+                qPrintable(QString(tool) + " is missing (Debian gputils and srecord; scripts/setup.sh)"));
     }
 
     void init()
