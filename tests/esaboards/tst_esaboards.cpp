@@ -114,10 +114,11 @@ private slots:
     void badPacketsAreRefusedAndNotStored()
     {
         const std::tuple<int, int, int, const char*> packets[] = {
-            {1, 0xFE, 0, "bad-number"},   // numbered from 1
-            {255, 0x00, 0, "bad-number"}, // before the first block there is none to repeat
-            {0, 0xFE, 0, "bad-complement"}, {0, 0xFF, 0x0100, "bad-crc"}, // CRC high byte
-            {0, 0xFF, 0x0001, "bad-crc"},                                 // CRC low byte
+            {1, 0xFE, 0, "bad-number"},     // numbered from 1
+            {255, 0x00, 0, "bad-number"},   // before the first block there is none to repeat
+            {0, 0xFE, 0, "bad-complement"}, // the complement of 1
+            {0, 0xFF, 0x0100, "bad-crc"},   // CRC high byte
+            {0, 0xFF, 0x0001, "bad-crc"},   // CRC low byte
         };
         const std::string data = blockData(0);
         for (const auto& [number, complement, crcXor, reason] : packets) {
@@ -190,11 +191,11 @@ private slots:
     {
         QFETCH(int, stored);
         QFETCH(bool, byteByByte);
+        // EOT, the memory selects, a boot request and block starts, over and over.
+        const std::string commands{'\x04', '2', '3', 'B', '\x01', '\x02', '\x15'};
         std::string data;
         while (data.size() < 1024)
-            data += std::string("\x04"
-                                "23B\x01\x02\x15",
-                                7);
+            data += commands;
         data.resize(1024);
         const std::string longPacket = std::string{'\x02', char(stored), char(255 - stored)} + data +
                                        std::string{char(esa::crc16(data) >> 8), char(esa::crc16(data))};
