@@ -2,15 +2,23 @@
 # Builds and runs every test: first natively, then the code gates (formatting, clang-tidy), then with
 # AddressSanitizer and UndefinedBehaviorSanitizer. Installs what the project needs first, so it works on a
 # fresh machine.
-#   scripts/test.sh [native|lint|sanitize]...   (default: all three)
+#   scripts/test.sh [native|quick|lint|sanitize]...   (default: native lint sanitize)
+# quick is the edit-build-test loop: the native build, only the tests labelled unit or sim and not slow
+# (docs/testing.md; under three minutes on two cores).
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$repo"
 
-bash scripts/setup.sh
-
 variants=("$@")
 [ ${#variants[@]} -gt 0 ] || variants=(native lint sanitize)
+for variant in "${variants[@]}"; do
+    case "$variant" in
+    native | quick | lint | sanitize) ;;
+    *) echo "test.sh: unknown variant '$variant' (native, quick, lint or sanitize)" >&2; exit 2 ;;
+    esac
+done
+
+bash scripts/setup.sh
 
 # Every C++ file of these folders is checked, so new files and folders under them are covered.
 format_dirs=(updater/src sim tests bench tools fuzz sample)
@@ -61,16 +69,15 @@ for variant in "${variants[@]}"; do
         lint || status=1
         continue
         ;;
-    native) flags=(-DUPDATER_SANITIZE=OFF) ;;
-    sanitize) flags=(-DUPDATER_SANITIZE=ON) ;;
-    *) echo "test.sh: unknown variant '$variant' (native, lint or sanitize)" >&2; exit 2 ;;
+    native | quick) flags=(-DUPDATER_SANITIZE=OFF) selection=() build="$repo/build-native" ;;
+    sanitize) flags=(-DUPDATER_SANITIZE=ON) selection=() build="$repo/build-sanitize" ;;
     esac
-    build="$repo/build-$variant"
+    [ "$variant" = quick ] && selection=(-L '^(unit|sim)$' -LE '^slow$')
     echo "== $variant build in $build"
     cmake -S "$repo" -B "$build" -G Ninja "${flags[@]}" >/dev/null
     cmake --build "$build" -j 2
     echo "== $variant tests"
-    if ! ctest --test-dir "$build" --output-on-failure -j 2 --timeout 900; then
+    if ! ctest --test-dir "$build" "${selection[@]}" --output-on-failure -j 2 --timeout 900; then
         status=1
     fi
 done

@@ -2,7 +2,7 @@
 // What the fuzz targets share: the seams that keep them off real devices and real time, a byte reader for
 // structured inputs and the check that turns a broken invariant into a finding.
 //
-// The seams are link-time only (see CMakeLists.txt); the product's sources are compiled unchanged:
+// The seams are link-time only (see CMakeLists.txt); the product's objects are the updater's own:
 // - GpioPinController is implemented on an in-process GpioLineBank (LineBankGpio.cpp), so no sysfs file
 //   is touched;
 // - std::chrono::steady_clock::now, used by the programmer's busy waits, is a virtual clock that jumps

@@ -31,6 +31,11 @@ std::optional<std::uint64_t> EsaPeer::nextDeadline() const
     return m_pending.front().at;
 }
 
+void EsaPeer::reset()
+{
+    m_pending.clear();
+}
+
 std::string EsaPeer::timer(std::uint64_t nowNs)
 {
     if (m_pending.empty() || m_pending.front().at > nowNs)
@@ -163,11 +168,13 @@ std::string countersText(const EsaCounters& c)
     add("crc-requests", c.crcRequests);
     add("blocks-accepted", c.blocksAccepted);
     add("blocks-refused", c.blocksRefused);
+    add("duplicates", c.duplicates);
     add("blocks-unanswered", c.blocksUnanswered);
     add("bad-number", c.badNumber);
     add("bad-complement", c.badComplement);
     add("bad-crc", c.badCrc);
     add("beyond-memory", c.beyondMemory);
+    add("unsupported-1k", c.unsupported1k);
     add("eots", c.eots);
     add("transfers-completed", c.transfersCompleted);
     add("ignored-bytes", c.ignoredBytes);

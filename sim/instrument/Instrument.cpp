@@ -119,6 +119,8 @@ void Instrument::reset()
 {
     m_gpio.reset(nowNs());
     m_expander = I2cExpander(expanderAddress);
+    if (m_serialPeer)
+        m_serialPeer->reset();
     for (const auto& hook : m_resetHooks)
         hook();
     clearLog();

@@ -43,7 +43,8 @@ public:
     void keep(std::shared_ptr<void> object) { m_kept.push_back(std::move(object)); }
     // Extra work for control/reset (a device model going back to its power-on state).
     void onReset(std::function<void()> hook) { m_resetHooks.push_back(std::move(hook)); }
-    // Back to a fresh start: no exported line, expander at power-on, empty log and bus record.
+    // Back to a fresh start: no exported line, expander at power-on, empty log and bus record, nothing
+    // still on its way over the serial line.
     void reset();
 
     static std::uint64_t nowNs(); // monotonic clock

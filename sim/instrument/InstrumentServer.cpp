@@ -267,7 +267,10 @@ struct InstrumentServer::Impl
         };
         refuse.help = "device files whose open fails with EACCES, one per line; empty write clears";
         in.control().add("refuse-open", std::move(refuse));
-        in.onReset([this] { refusedOpens.clear(); });
+        in.onReset([this] {
+            refusedOpens.clear();
+            serial.flush();
+        });
     }
 };
 

@@ -26,6 +26,14 @@ void PacedLine::toHost(std::string_view bytes, std::uint64_t fromNs)
     }
 }
 
+void PacedLine::reset()
+{
+    m_toDevice.clear();
+    m_toHost.clear();
+    m_toDeviceFree = m_toHostFree = 0;
+    m_device->reset();
+}
+
 std::optional<std::uint64_t> PacedLine::nextDeadline() const
 {
     std::optional<std::uint64_t> next = m_device->nextDeadline();

@@ -20,6 +20,7 @@ public:
     std::string received(std::string_view bytes, std::uint64_t nowNs) override;
     std::optional<std::uint64_t> nextDeadline() const override;
     std::string timer(std::uint64_t nowNs) override;
+    void reset() override;
 
     std::uint64_t byteNs() const { return m_byteNs; }
 

@@ -24,6 +24,9 @@ public:
         (void)nowNs;
         return {};
     }
+    // control/reset: drop whatever is still on its way (queued replies, bytes on the wire), so that
+    // nothing from before the reset reaches the host after it.
+    virtual void reset() {}
 };
 
 } // namespace sim

@@ -82,6 +82,15 @@ void SerialPump::serve(short revents)
     }
 }
 
+void SerialPump::flush()
+{
+    m_out.clear();
+    if (m_master >= 0) {
+        tcflush(m_master, TCIFLUSH);
+        tcflush(m_slave, TCIFLUSH);
+    }
+}
+
 void SerialPump::send(const std::string& bytes)
 {
     m_out += bytes;

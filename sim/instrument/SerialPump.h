@@ -27,6 +27,9 @@ public:
     bool timeout(timespec* timeout) const;
     // After the poll: moves what is ready either way and runs the peer's due deadline.
     void serve(short revents);
+    // Drops every byte still on its way in either direction: ours not yet written, the updater's not yet
+    // read by us, and ours not yet read by the updater.
+    void flush();
 
 private:
     void send(const std::string& bytes);

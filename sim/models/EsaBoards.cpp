@@ -110,7 +110,7 @@ void EsaBoards::take(EsaBoard board, char byte, std::vector<std::string>& out)
     ++u.counters.bytesFromHost;
     if (!u.packet.empty()) {
         u.packet += byte;
-        if (u.packet.size() == esa::packetSize)
+        if (u.packet.size() == (u.packet[0] == esa::STX ? esa::longPacketSize : esa::packetSize))
             packetComplete(board, out);
         return;
     }
@@ -152,7 +152,7 @@ void EsaBoards::take(EsaBoard board, char byte, std::vector<std::string>& out)
         }
         break;
     case State::Receiving:
-        if (byte == esa::SOH) {
+        if (byte == esa::SOH || byte == esa::STX) {
             flushIgnored(board);
             u.packet = byte;
             return;
@@ -188,22 +188,32 @@ void EsaBoards::packetComplete(EsaBoard board, std::vector<std::string>& out)
 
     const auto number = static_cast<std::uint8_t>(p[1]);
     const auto complement = static_cast<std::uint8_t>(p[2]);
-    const std::string_view data = std::string_view(p).substr(3, esa::blockSize);
-    const auto crc = static_cast<std::uint16_t>((static_cast<unsigned char>(p[131]) << 8) |
-                                                static_cast<unsigned char>(p[132]));
+    const std::string_view data = std::string_view(p).substr(3, p.size() - 5);
+    const auto crc = static_cast<std::uint16_t>((static_cast<unsigned char>(p[p.size() - 2]) << 8) |
+                                                static_cast<unsigned char>(p[p.size() - 1]));
     const auto m = static_cast<std::size_t>(u.target);
     const std::size_t offset = u.block * esa::blockSize;
+    // The block stored last, which the host sends again when our ACK did not reach it.
+    const bool repeatsLast = u.block > 0 && number == static_cast<std::uint8_t>(u.expected - 1);
 
     const char* fault = nullptr;
-    if (complement != static_cast<std::uint8_t>(0xFF - number)) {
+    if (p[0] == esa::STX) {
+        ++u.counters.unsupported1k;
+        fault = "unsupported-1k";
+    } else if (complement != static_cast<std::uint8_t>(0xFF - number)) {
         ++u.counters.badComplement;
         fault = "bad-complement";
-    } else if (number != u.expected) {
-        ++u.counters.badNumber;
-        fault = "bad-number";
     } else if (esa::crc16(data) != crc) {
         ++u.counters.badCrc;
         fault = "bad-crc";
+    } else if (repeatsLast) {
+        ++u.counters.duplicates;
+        logLine(board, '<', p, "block " + std::to_string(u.block - 1) + " duplicate");
+        reply(board, std::string(1, esa::ACK), out);
+        return;
+    } else if (number != u.expected) {
+        ++u.counters.badNumber;
+        fault = "bad-number";
     } else if (offset + esa::blockSize > u.memories[m].size()) {
         ++u.counters.beyondMemory;
         fault = "beyond-memory";

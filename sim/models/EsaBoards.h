@@ -7,9 +7,12 @@
 // (application flash) or "3" (EEPROM), answers "C" and receives XMODEM-CRC packets: SOH, block number,
 // its complement, 128 data bytes, CRC-16/XMODEM of the data, high byte first. A good packet is stored and
 // answered with ACK, a bad one with NAK (and the same block is expected again). These boards number
-// blocks from 0, wrapping 255 -> 0. EOT ends the transfer (answered with ACK); the boot loader then
-// waits for the next "2"/"3", so a second load needs no new "B". Bytes a state has no use for are
-// ignored (and logged).
+// blocks from 0, wrapping 255 -> 0. A good packet that repeats the block just stored (its ACK was lost on
+// the way back) is answered with ACK and dropped, as the boards' XMODEM receiver documents. 1K blocks
+// (STX) are not part of this variant: the whole 1029-byte packet is taken in and refused with NAK, so
+// none of its bytes is read as EOT or a memory select. EOT ends the transfer (answered with ACK); the
+// boot loader then waits for the next "2"/"3", so a second load needs no new "B". Bytes a state has no
+// use for are ignored (and logged).
 
 #include <array>
 #include <cstddef>
@@ -24,6 +27,7 @@ namespace sim {
 namespace esa {
 
 constexpr char SOH = 0x01;
+constexpr char STX = 0x02; // a 1K block, which these boards do not take
 constexpr char EOT = 0x04;
 constexpr char ACK = 0x06;
 constexpr char NAK = 0x15;
@@ -33,6 +37,7 @@ constexpr char SELECT_FLASH = '2';
 constexpr char SELECT_EEPROM = '3';
 constexpr std::size_t blockSize = 128;
 constexpr std::size_t packetSize = blockSize + 5;
+constexpr std::size_t longPacketSize = 1024 + 5;
 
 // CRC-16/XMODEM: polynomial 0x1021, initial value 0, most significant bit first, no final XOR.
 std::uint16_t crc16(std::string_view data);
@@ -70,13 +75,15 @@ struct EsaCounters
     std::uint64_t flashSelects = 0;   // "2" received in the boot loader
     std::uint64_t eepromSelects = 0;  // "3" received in the boot loader
     std::uint64_t crcRequests = 0;    // "C" sent
-    std::uint64_t blocksAccepted = 0; // ACKed packets
-    std::uint64_t blocksRefused = 0;  // NAKed packets (bad or by fault)
+    std::uint64_t blocksAccepted = 0; // ACKed and stored packets
+    std::uint64_t blocksRefused = 0;  // NAKed packets (bad, 1K or by fault)
+    std::uint64_t duplicates = 0;     // ACKed repeats of the block just stored, not stored again
     std::uint64_t blocksUnanswered = 0;
     std::uint64_t badNumber = 0;
     std::uint64_t badComplement = 0;
     std::uint64_t badCrc = 0;
     std::uint64_t beyondMemory = 0;
+    std::uint64_t unsupported1k = 0; // STX packets
     std::uint64_t eots = 0;
     std::uint64_t transfersCompleted = 0; // EOT after at least the "C"
     std::uint64_t ignoredBytes = 0;
@@ -143,7 +150,7 @@ private:
         std::uint8_t expected = 0;            // block number of the next packet
         std::size_t block = 0;                // blocks accepted in this transfer
         bool nakDone = false;                 // the injected NAK of this transfer has been given
-        std::string packet;                   // packet being received, from SOH on
+        std::string packet;                   // packet being received, from SOH or STX on
         std::string ignored;                  // run of ignored bytes, logged when it ends
         EsaFaults faults;
         EsaCounters counters;

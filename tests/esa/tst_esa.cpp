@@ -2,6 +2,7 @@
 // esa), switched on through the test-only access header; and as shipped, switched off.
 #include "UpdaterProgressScreen.h"
 
+#include "../support/DebugCapture.h"
 #include "../support/EsaLoaderAccess.h"
 #include "../support/SimInstrument.h"
 #include "../support/TestFiles.h"
@@ -10,15 +11,19 @@
 #include <QRandomGenerator>
 #include <QtTest>
 
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
 using Screen = UpdaterProgressScreen;
 
-// Every message of the loader; its debug chatter stays out of the test report.
-static QStringList g_messages;
-static QtMessageHandler g_previousHandler = nullptr;
+// Every debug message of the loader, kept out of the test report (made by initTestCase()).
+static std::unique_ptr<DebugCapture> g_debug;
 
 // The hex texts of every "unknown received" message so far ("" for an empty read).
 const auto unknownReceived = [] {
-    return g_messages.filter(QRegularExpression("^unknown received:"))
+    return g_debug->messages()
+        .filter(QRegularExpression("^unknown received:"))
         .replaceInStrings(QRegularExpression(".*\"(.*)\""), "\\1");
 };
 
@@ -94,18 +99,15 @@ private slots:
         SIM_REQUIRE_INSTRUMENT();
         if (!QFile::exists(siminstrument::controlPath("esa/log")))
             QFAIL("the simulated instrument has no ESA boards: start it with --serial esa");
-        g_previousHandler = qInstallMessageHandler(
-            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
-                g_messages << message;
-                if (type != QtDebugMsg)
-                    g_previousHandler(type, context, message);
-            });
+        g_debug = std::make_unique<DebugCapture>();
     }
+
+    void cleanupTestCase() { g_debug.reset(); }
 
     void init()
     {
         siminstrument::reset(); // boards back in their application, memories erased, no faults
-        g_messages.clear();
+        g_debug->clear();
         QDir("/tmp/firmware_update").removeRecursively();
         m_screen = std::make_unique<Screen>();
         esaaccess::setAvrUpdateEnabled(*m_screen, true);
@@ -175,7 +177,7 @@ private slots:
             units << QString::asprintf("01 %02x %02x block %d ok]", i % 256, 255 - i % 256, i);
         QCOMPARE(hostUnits(name).replaceInStrings(QRegularExpression("^(01 .. ..) .*\\["), "\\1 "),
                  units << "04 [eot]");
-        QVERIFY(g_messages.contains("ESA programming finished"));
+        QVERIFY(g_debug->messages().contains("ESA programming finished"));
         // The board's answer to EOT comes later and is logged as unknown.
         QVERIFY(QTest::qWaitFor([] { return unknownReceived() == QStringList{"06"}; }, 5000));
     }
@@ -193,8 +195,8 @@ private slots:
         QFETCH(int, refused);
         QVERIFY(siminstrument::write("esa/io/faults", "nak-at " + QByteArray::number(refused)));
         QCOMPARE(load(randomImage(5 * 128, 7), Screen::IO, Screen::APP), -1);
-        QVERIFY(g_messages.contains("ESA NACK received"));
-        QVERIFY(!g_messages.contains("ESA programming finished"));
+        QVERIFY(g_debug->messages().contains("ESA NACK received"));
+        QVERIFY(!g_debug->messages().contains("ESA programming finished"));
         // No resend, no EOT after the refused block: the board hears the marker next.
         const QStringList log = logAfterMarker("\x04", "io < 04 [eot]");
         QCOMPARE(hostUnits("io").filter(QRegularExpression("^01 .*\\[block ")).size(), refused + 1);
@@ -212,7 +214,7 @@ private slots:
         for (const char* board : {"io", "measurement"})
             QVERIFY(siminstrument::write(QString("esa/%1/faults").arg(board), "split\neot-reply 00 06"));
         for (int call = 0; call < 3; ++call) {
-            g_messages.clear();
+            g_debug->clear();
             QCOMPARE(load(images[call], targets[call].first, targets[call].second), 0);
             // One notification runs every handler at once: the first finds the 06, the others nothing.
             QVERIFY(QTest::qWaitFor(
@@ -255,12 +257,46 @@ private slots:
             QVERIFY2(unknownReceived().contains(hex), qPrintable(unknownReceived().join(',')));
     }
 
+    // Replies still queued when the instrument is reset (40 pieces, 50 ms apart) never reach the line:
+    // a reset leaves it silent, so nothing leaks into the next test.
+    void resetSilencesTheLine()
+    {
+        QVERIFY(
+            siminstrument::write("esa/measurement/faults", "split\nstray" + QByteArray(" 55").repeated(39)));
+        const int tty = ::open("/dev/ttyS1", O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+        QVERIFY2(tty >= 0, "cannot open /dev/ttyS1");
+        // Everything that arrives within ms, or only the first read's bytes.
+        const auto readFor = [tty](int ms, bool firstOnly = false) {
+            QByteArray got;
+            QElapsedTimer clock;
+            clock.start();
+            pollfd ready{tty, POLLIN, 0};
+            while (clock.elapsed() < ms && ::poll(&ready, 1, int(ms - clock.elapsed())) > 0) {
+                char buf[256];
+                const ssize_t n = ::read(tty, buf, firstOnly ? 1 : sizeof buf);
+                if (n > 0)
+                    got.append(buf, int(n));
+                if (n <= 0 || firstOnly)
+                    break;
+            }
+            return got;
+        };
+        const bool wrote = ::write(tty, "B2", 2) == 2; // the select line is undriven: the Measurement board
+        const QByteArray first = readFor(5000, true);
+        siminstrument::reset();
+        const QByteArray after = readFor(500); // ten pieces' time
+        ::close(tty);
+        QVERIFY(wrote);
+        QCOMPARE(first, QByteArray("\x55"));
+        QCOMPARE(after.toHex(' '), QByteArray());
+    }
+
     void missingImageSendsNothing()
     {
         QCOMPARE(m_screen->updateESA("/absent.bin", Screen::IO, Screen::APP), -1);
         QCOMPARE(m_screen->updateESA("absent.bin", Screen::IO, Screen::APP), -1); // no separator is added
-        QCOMPARE(g_messages.filter("Failed to find file:").size(), 2);
-        QVERIFY(g_messages.last().contains("/tmp/firmware_updateabsent.bin"));
+        QCOMPARE(g_debug->messages().filter("Failed to find file:").size(), 2);
+        QVERIFY(g_debug->messages().last().contains("/tmp/firmware_updateabsent.bin"));
         QVERIFY(nothingReachedTheBoards());
     }
 
@@ -272,7 +308,7 @@ private slots:
         testfiles::writeFile("/tmp/firmware_update/io.bin", "image"); // present, but never looked at
         QVERIFY(!screen.processCommandList(
             {"ESA_IO_APP:/io.bin", "ESA_M_APP:/io.bin", "ESA_IO_EEP:/io.bin", "xESA_M_EEPx:/io.bin"}));
-        QVERIFY(g_messages.filter("Failed to find file").isEmpty());
+        QVERIFY(g_debug->messages().filter("Failed to find file").isEmpty());
         QVERIFY(nothingReachedTheBoards());
     }
 };

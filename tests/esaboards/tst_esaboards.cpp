@@ -1,7 +1,9 @@
 // The ESA boards' boot loader model: boot request, memory selection, XMODEM-CRC packets numbered from 0,
-// routing by the select line, the fault syntax, the byte log; and the paced line it runs behind.
+// repeated and 1K blocks, routing by the select line, the fault syntax, the byte log; and the paced line
+// it runs behind, which a reset silences.
 #include "EsaBoards.h"
 #include "EsaLine.h"
+#include "Instrument.h"
 #include "PacedLine.h"
 
 #include <QtTest>
@@ -85,7 +87,9 @@ private slots:
             QCOMPARE(rx(boards, esa::packet(quint8(i), blockData(i))), ACK);
             image += blockData(i);
         }
-        QCOMPARE(rx(boards, esa::packet(0, blockData(0))), NAK); // after 0 comes 1, not 0 again
+        // Block 256 (numbered 0) once more is a repeat, block 0 of the transfer is not looked for again.
+        QCOMPARE(rx(boards, esa::packet(0, blockData(1))), ACK);
+        QCOMPARE(rx(boards, esa::packet(2, blockData(2))), NAK);
         QCOMPARE(rx(boards, "\x04"), ACK);
         QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), image);
         QVERIFY(boards.contents(EsaBoard::Io, EsaMemory::Eeprom).empty());
@@ -110,10 +114,11 @@ private slots:
     void badPacketsAreRefusedAndNotStored()
     {
         const std::tuple<int, int, int, const char*> packets[] = {
-            {1, 0xFE, 0, "bad-number"}, // numbered from 1
-            {0, 0xFE, 0, "bad-complement"},
-            {0, 0xFF, 0x0100, "bad-crc"}, // CRC high byte
-            {0, 0xFF, 0x0001, "bad-crc"}, // CRC low byte
+            {1, 0xFE, 0, "bad-number"},     // numbered from 1
+            {255, 0x00, 0, "bad-number"},   // before the first block there is none to repeat
+            {0, 0xFE, 0, "bad-complement"}, // the complement of 1
+            {0, 0xFF, 0x0100, "bad-crc"},   // CRC high byte
+            {0, 0xFF, 0x0001, "bad-crc"},   // CRC low byte
         };
         const std::string data = blockData(0);
         for (const auto& [number, complement, crcXor, reason] : packets) {
@@ -138,6 +143,89 @@ private slots:
         QCOMPARE(small.counters(EsaBoard::Io).beyondMemory, 1u);
     }
 
+    // The host sends a block again when the board's ACK did not reach it: the receiver answers ACK and
+    // keeps what it stored. Any other number, or a damaged repeat, is refused.
+    void repeatedBlock_data()
+    {
+        QTest::addColumn<QByteArray>("packet"); // sent after blocks 0 and 1 were stored
+        QTest::addColumn<QStringList>("reply");
+        QTest::addColumn<QString>("logged");
+        const auto qt = [](const std::string& bytes) { return QByteArray::fromStdString(bytes); };
+        const std::string again = blockData(1);
+        QTest::newRow("block 1 again") << qt(esa::packet(1, again)) << ACK << "block 1 duplicate]";
+        QTest::newRow("block 1 again, other data")
+            << qt(esa::packet(1, blockData(9))) << ACK << "block 1 duplicate]";
+        QTest::newRow("block 0 again") << qt(esa::packet(0, blockData(0))) << NAK << "block 2 bad-number]";
+        QTest::newRow("block 1 again, damaged")
+            << qt(rawPacket(1, 0xFE, again, quint16(esa::crc16(again) ^ 1))) << NAK << "block 2 bad-crc]";
+    }
+
+    void repeatedBlock()
+    {
+        QFETCH(QByteArray, packet);
+        QFETCH(QStringList, reply);
+        QFETCH(QString, logged);
+        EsaBoards boards;
+        start(boards, IO);
+        QCOMPARE(rx(boards, esa::packet(0, blockData(0))), ACK);
+        QCOMPARE(rx(boards, esa::packet(1, blockData(1))), ACK);
+        QCOMPARE(rx(boards, packet.toStdString()), reply);
+        QVERIFY(QString::fromStdString(boards.log()[boards.log().size() - 2]).endsWith(logged));
+        QCOMPARE(boards.counters(EsaBoard::Io).duplicates, quint64(reply == ACK));
+        QCOMPARE(rx(boards, esa::packet(2, blockData(2))), ACK); // the load goes on with block 2
+        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), blockData(0) + blockData(1) + blockData(2));
+    }
+
+    // A 1K block (STX) is not part of this variant: the whole packet is refused, and the EOT, memory
+    // selects and block starts among its bytes are data, not commands.
+    void oneKBlockIsRefusedWhole_data()
+    {
+        QTest::addColumn<int>("stored"); // good blocks before the 1K one
+        QTest::addColumn<bool>("byteByByte");
+        QTest::newRow("in place of block 0") << 0 << false;
+        QTest::newRow("in place of block 2") << 2 << false;
+        QTest::newRow("in place of block 1, split into single bytes") << 1 << true;
+    }
+
+    void oneKBlockIsRefusedWhole()
+    {
+        QFETCH(int, stored);
+        QFETCH(bool, byteByByte);
+        // EOT, the memory selects, a boot request and block starts, over and over.
+        const std::string commands{'\x04', '2', '3', 'B', '\x01', '\x02', '\x15'};
+        std::string data;
+        while (data.size() < 1024)
+            data += commands;
+        data.resize(1024);
+        const std::string longPacket = std::string{'\x02', char(stored), char(255 - stored)} + data +
+                                       std::string{char(esa::crc16(data) >> 8), char(esa::crc16(data))};
+
+        EsaBoards boards;
+        start(boards, IO);
+        std::string image;
+        for (int i = 0; i < stored; ++i) {
+            QCOMPARE(rx(boards, esa::packet(quint8(i), blockData(i))), ACK);
+            image += blockData(i);
+        }
+        QStringList replies;
+        if (byteByByte) {
+            for (char byte : longPacket)
+                replies << rx(boards, std::string(1, byte));
+        } else {
+            replies = rx(boards, longPacket);
+        }
+        QCOMPARE(replies, NAK);
+        QCOMPARE(boards.state(EsaBoard::Io), State::Receiving);
+        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), image);
+        const EsaCounters& counters = boards.counters(EsaBoard::Io);
+        QCOMPARE(counters.unsupported1k, 1u);
+        QCOMPARE(counters.eots + counters.ignoredBytes + counters.flashSelects + counters.eepromSelects, 1u);
+        QVERIFY(QString::fromStdString(boards.log()[boards.log().size() - 2])
+                    .endsWith(QString("block %1 unsupported-1k]").arg(stored)));
+        QCOMPARE(rx(boards, esa::packet(quint8(stored), blockData(stored))), ACK);
+        QCOMPARE(boards.contents(EsaBoard::Io, EsaMemory::Flash), image + blockData(stored));
+    }
+
     void faultControlSyntax()
     {
         EsaFaults faults;
@@ -154,6 +242,48 @@ private slots:
         QVERIFY(applyEsaFault(faults, "clear", &error));
         QCOMPARE(faults.nakAt, -1);
         QCOMPARE(faults.eotReply, std::string("\x06"));
+    }
+
+    // A reset silences the line: split replies still queued (50 ms apart), and bytes still on a paced
+    // wire, never reach the host after it.
+    void resetDropsRepliesOnTheirWay_data()
+    {
+        QTest::addColumn<bool>("paced");
+        QTest::newRow("replies split apart") << false;
+        QTest::newRow("on a line paced at 1200 baud") << true;
+    }
+
+    void resetDropsRepliesOnTheirWay()
+    {
+        QFETCH(bool, paced);
+        Instrument instrument;
+        EsaBoards boards;
+        std::unique_ptr<SerialPeer> peer = std::make_unique<EsaPeer>(instrument.gpio(), boards);
+        if (paced)
+            peer = std::make_unique<PacedLine>(std::move(peer), 120);
+        instrument.setSerialPeer(std::move(peer));
+        SerialPeer& line = *instrument.serialPeer();
+        boards.faults(EsaBoard::Measurement).splitReplies = true; // the select line is undriven: 1
+        boards.faults(EsaBoard::Measurement).stray = std::string(39, '\x55');
+
+        std::uint64_t now = 1000000;
+        std::string heard = line.received("B2", now);
+        while (heard.empty()) { // the first piece: at once, or once "B2" and the piece crossed the wire
+            now = *line.nextDeadline();
+            heard += line.timer(now);
+        }
+        QCOMPARE(heard, std::string("\x55"));
+        QVERIFY(line.nextDeadline()); // 39 more pieces on their way
+
+        instrument.reset();
+        QVERIFY(!line.nextDeadline());
+        QCOMPARE(line.timer(now + 10000000000u), std::string());
+        // The line itself works on: the next packet is answered, and only that.
+        boards.faults(EsaBoard::Measurement).stray.clear();
+        heard = line.received(esa::packet(0, "a"), now);
+        while (line.nextDeadline())
+            heard += line.timer(*line.nextDeadline());
+        QCOMPARE(heard, std::string("\x06"));
     }
 
     // At 11520 bytes/s a byte takes 86806 ns: a packet reaches the board after 133 byte times and its

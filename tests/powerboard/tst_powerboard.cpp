@@ -1,139 +1,28 @@
 // PowerBoardManager against the power board peer model over a pty: what goes out, acknowledgement and
-// resending, and how the board's frames are reassembled, checked and answered.
+// resending, and how the board's frames are reassembled, checked and answered. The resends on the 5 s
+// acknowledgement timer: tst_powerboard_timeout.
 
-#include "../support/PtyPair.h"
-#include "PowerBoardManager.h"
-#include "PowerBoardPeer.h"
-
-#include <QElapsedTimer>
-#include <QSignalSpy>
-#include <QSocketNotifier>
-#include <QtTest>
-
-#include <memory>
-
-using sim::Bytes;
-namespace pb = sim::powerboard;
-
-const auto qt = [](const Bytes& b) { return QByteArray::fromStdString({b.begin(), b.end()}); };
-const auto raw = [](const QByteArray& a) { return Bytes(a.begin(), a.end()); };
-const auto frame = [](int id, const QByteArray& p) { return qt(pb::encodeFrame(std::uint8_t(id), raw(p))); };
-const auto ack = [](int id) { return qt(pb::ackFrame(std::uint8_t(id))); };
-const auto nak = [](int id) { return qt(pb::nakFrame(std::uint8_t(id))); };
-// The frame as the manager passes it up: id, then length, payload and checksum unstuffed.
-const auto unstuffed = [](int id, const QByteArray& payload) {
-    return char(id) + qt(*pb::unstuff(raw(frame(id, payload).mid(2).chopped(1))));
-};
-
-// Debug output of the code under test, kept for comparison; everything else goes to QtTest.
-static QStringList g_debug;
-static QtMessageHandler g_previousHandler = nullptr;
-
-// One line: a manager on the pty slave, the peer model on the master. Whatever the peer has to say is
-// delivered chunk by chunk, each chunk only after the manager has read the one before.
-class Link
-{
-public:
-    Link()
-    {
-        if (!pty.isOpen())
-            return;
-        manager = std::make_unique<PowerBoardManager>(pty.slavePath());
-        m_tty = manager->findChild<QIODevice*>();
-        m_notifier = std::make_unique<QSocketNotifier>(pty.master(), QSocketNotifier::Read);
-        QObject::connect(m_notifier.get(), &QSocketNotifier::activated, [this] { pump(); });
-        QObject::connect(manager.get(), &PowerBoardManager::packetReceived,
-                         [this](const QByteArray& packet) { received << packet; });
-        QObject::connect(manager.get(), &PowerBoardManager::txComplete, [this] { ++completed; });
-        QObject::connect(manager.get(), &PowerBoardManager::txFailed, [this] { ++failed; });
-    }
-
-    // Hands the manager the raw bytes given, then what the peer has to say.
-    bool send(const QByteArray& bytes = {})
-    {
-        if (!bytes.isEmpty())
-            peer.sendRaw(raw(bytes));
-        for (const Bytes& chunk : peer.takeOutput()) {
-            QSignalSpy arrived(m_tty, &QIODevice::readyRead);
-            if (!pty.writeMaster(qt(chunk)) || !arrived.wait(10000))
-                return false;
-        }
-        m_hostAfterDelivery = host.size();
-        return true;
-    }
-
-    // Waits until the peer has seen count frames from the host.
-    bool waitForFrames(std::size_t count, int timeoutMs = 10000)
-    {
-        return QTest::qWaitFor([&] { return peer.frames().size() >= count; }, timeoutMs) &&
-               peer.frames().size() == count;
-    }
-
-    // NAKs host frames first..last (counted from 1) as each arrives; then, unless the last NAK gives up,
-    // waits for the one resend.
-    bool nakFrames(std::size_t first, std::size_t last, bool resent = true)
-    {
-        for (std::size_t n = first; n <= last; ++n)
-            if (!waitForFrames(n) || !send(nak(4)))
-                return false;
-        return !resent || waitForFrames(last + 1);
-    }
-
-    // The manager answers inside its handler of what it read, so once a delivery is done its answer
-    // already waits on the line: silent means nothing waits there and nothing came since.
-    bool hostStaysSilent() const
-    {
-        pollfd pending{pty.master(), POLLIN, 0};
-        return ::poll(&pending, 1, 0) == 0 && host.size() == m_hostAfterDelivery;
-    }
-
-    PtyPair pty;
-    sim::PowerBoardPeer peer;
-    std::unique_ptr<PowerBoardManager> manager;
-    QByteArray host;               // every byte the host sent
-    QList<QByteArray> received;    // every packet the manager passed up
-    int completed = 0, failed = 0; // txComplete and txFailed so far
-
-private:
-    void pump()
-    {
-        m_notifier->setEnabled(false);
-        const QByteArray got = pty.readMaster(0, 0);
-        host += got;
-        peer.receive(raw(got));
-        send();
-        m_notifier->setEnabled(true);
-    }
-
-    std::unique_ptr<QSocketNotifier> m_notifier;
-    QIODevice* m_tty = nullptr;
-    int m_hostAfterDelivery = 0;
-};
+#include "../support/DebugCapture.h"
+#include "PowerBoardLink.h"
 
 class TestPowerBoard : public QObject
 {
     Q_OBJECT
 
     std::unique_ptr<Link> m_link;
+    std::unique_ptr<DebugCapture> m_debug;
 
 private slots:
     void init()
     {
         m_link = std::make_unique<Link>();
         REQUIRE_PTY(m_link->pty);
-        g_debug.clear();
-        g_previousHandler = qInstallMessageHandler(
-            [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
-                if (type == QtDebugMsg)
-                    g_debug << message;
-                else if (g_previousHandler)
-                    g_previousHandler(type, context, message);
-            });
+        m_debug = std::make_unique<DebugCapture>();
     }
 
     void cleanup()
     {
-        qInstallMessageHandler(g_previousHandler);
+        m_debug.reset();
         // Two start bytes reset the shared receive state: a failed test leaks no half frame.
         if (m_link->manager)
             m_link->send("\x02\x02");
@@ -167,7 +56,7 @@ private slots:
             QCOMPARE(m_link->host, expected);
         }
         QVERIFY(m_link->hostStaysSilent()); // and the loop's last check: 124 completed
-        QCOMPARE(g_debug, QVector<QString>(124, "received ack: ").toList());
+        QCOMPARE(m_debug->messages(), QVector<QString>(124, "received ack: ").toList());
     }
 
     void nakResendsUntilTheFourthFailure()
@@ -209,41 +98,7 @@ private slots:
         QVERIFY(link.waitForFrames(14));
         QCOMPARE(link.host, frame(5, "SV") + frame(5, "SRC") + frame(6, "SD"));
         const QString n = "received nak: ", a = "received ack: ";
-        QCOMPARE(g_debug, (QStringList{n, n, n, a, n, n, n, n, n, n, n, n, a, a}));
-    }
-
-    // The only test that waits for the 5 s acknowledgement timer: two links run side by side, so one timer
-    // period covers a resend on time-out and giving up on time-out, and a second one shows that neither
-    // abandoned frame goes out again.
-    void timeOutResendsAndGivesUp()
-    {
-        Link& here = *m_link;
-        Link there;
-        here.peer.setSilent(true);
-        there.peer.setSilent(true);
-        // Here two failures by NAK, there three.
-        here.manager->sendGetVersionCommand();
-        QVERIFY(here.nakFrames(1, 2));
-        there.manager->sendGetCalDataCommand();
-        QVERIFY(there.nakFrames(1, 3));
-        QElapsedTimer clock;
-        clock.start();
-
-        // 5 s of silence after the last resend: the third failure resends here, the fourth gives up there.
-        QVERIFY(here.waitForFrames(4, 8000));
-        QVERIFY2(clock.elapsed() >= 4500, qPrintable(QString("resent after %1 ms").arg(clock.elapsed())));
-        QVERIFY(QTest::qWaitFor([&] { return there.failed == 1; }, 3000));
-        QVERIFY2(clock.elapsed() >= 4500, qPrintable(QString("gave up after %1 ms").arg(clock.elapsed())));
-        QCOMPARE(here.failed, 0);
-        QVERIFY(here.send(nak(4))); // here the fourth failure
-        QCOMPARE(here.failed, 1);
-
-        // Another timer period: nothing more on either line.
-        QTest::qWait(5500);
-        QCOMPARE(here.host, frame(4, "SV").repeated(4));
-        QCOMPARE(there.host, frame(4, "SRC").repeated(4));
-        QCOMPARE(here.failed, 1);
-        QCOMPARE(there.failed, 1);
+        QCOMPARE(m_debug->messages(), (QStringList{n, n, n, a, n, n, n, n, n, n, n, n, a, a}));
     }
 
     void reassemblesSplitFramesAndAcksRepeatsWithoutPassingThemUp()
@@ -259,7 +114,7 @@ private slots:
 
         QCOMPARE(m_link->received, (QList<QByteArray>{unstuffed(4, payload), unstuffed(5, "D2")}));
         QTRY_COMPARE(m_link->host, ack(4) + ack(4) + ack(5));
-        QCOMPARE(g_debug, QStringList{"same packet: "});
+        QCOMPARE(m_debug->messages(), QStringList{"same packet: "});
     }
 
     void dropsChunksWithSeveralStartBytes()
@@ -312,7 +167,7 @@ private slots:
         QVERIFY(m_link->send(wire));
         QTRY_COMPARE(m_link->host, nak(nakId));
         QVERIFY(m_link->received.isEmpty());
-        QCOMPARE(g_debug, QStringList({reason, "sent Nak: "}));
+        QCOMPARE(m_debug->messages(), QStringList({reason, "sent Nak: "}));
     }
 
     void receiveStateIsSharedByInstances()

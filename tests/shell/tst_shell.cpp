@@ -1,4 +1,5 @@
 // The application shell: canvas, main menu and the key filter, built as main() builds them.
+#include "../support/DebugCapture.h"
 #include "../support/SimInstrument.h"
 #include "Canvas.h"
 #include "IoExpanderPinController.h"
@@ -10,16 +11,6 @@
 #include <QtWidgets>
 
 namespace {
-
-// When the code under test logged that the OFF key was held down, on g_clock.
-QList<qint64> g_offKeyFirings;
-QElapsedTimer g_clock;
-
-void recordDebug(QtMsgType, const QMessageLogContext&, const QString& message)
-{
-    if (message == "vOffKeyHeldDown")
-        g_offKeyFirings << g_clock.elapsed();
-}
 
 // Records the events that reach a widget after the application-wide filter.
 class EventRecorder : public QObject
@@ -57,6 +48,10 @@ class ShellTest : public QObject
     Canvas* m_canvas = nullptr; // owned by its proxy in the scene
     UpdaterMainScreen* m_menu = nullptr;
     UpdaterProgressScreen* m_progress = nullptr;
+    std::unique_ptr<DebugCapture> m_debug;
+
+    // When the code under test logged that the OFF key was held down, on m_debug's clock.
+    QList<qint64> offKeyFirings() const { return m_debug->times("vOffKeyHeldDown"); }
 
     // The key filter's own OFF-key timer: its state shows at once whether a key started or stopped the wait.
     QTimer* offKeyTimer() { return KeyboardEventFilter::instance()->findChild<QTimer*>(); }
@@ -82,8 +77,7 @@ private slots:
         QCoreApplication::setApplicationName("Updater");
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, "/mnt/data/settings");
         qApp->installEventFilter(KeyboardEventFilter::instance());
-        g_clock.start();
-        qInstallMessageHandler(recordDebug);
+        m_debug = std::make_unique<DebugCapture>();
 
         QCOMPARE(Canvas::instance(), nullptr);
         m_canvas = new Canvas(nullptr, Qt::CustomizeWindowHint | Qt::FramelessWindowHint);
@@ -107,7 +101,7 @@ private slots:
     {
         m_canvas->showScreen(Canvas::MAIN_SCREEN_INDEX);
         QVERIFY(siminstrument::write("i2c", "clear"));
-        g_offKeyFirings.clear();
+        m_debug->clear();
     }
 
     void cleanup()
@@ -117,7 +111,7 @@ private slots:
         QTest::keyRelease(m_view.windowHandle(), Qt::Key_F7); // stops any wait a failed case left
     }
 
-    void cleanupTestCase() { qInstallMessageHandler(nullptr); }
+    void cleanupTestCase() { m_debug.reset(); }
 
     void versionLine()
     {
@@ -211,15 +205,15 @@ private slots:
         // Open the expander the way an owner would, so the requested outputs show on the bus.
         QVERIFY(IOExpanderPinController::instance()->init());
         QVERIFY(siminstrument::write("i2c", "clear"));
-        const qint64 pressed = g_clock.elapsed();
+        const qint64 pressed = m_debug->elapsed();
         QTest::keyPress(m_view.windowHandle(), Qt::Key_F7);
-        QTRY_COMPARE_WITH_TIMEOUT(g_offKeyFirings.size(), 1, 30000);
-        const qint64 held = g_offKeyFirings.first() - pressed;
+        QTRY_COMPARE_WITH_TIMEOUT(offKeyFirings().size(), 1, 30000);
+        const qint64 held = offKeyFirings().first() - pressed;
         QVERIFY2(held >= 1900, qPrintable(QString("fired after %1 ms").arg(held)));
         QCOMPARE(offKeyTimer()->interval(), 2000);
         QVERIFY(!offKeyTimer()->isActive()); // single-shot: it cannot fire again for this press
         QTest::keyRelease(m_view.windowHandle(), Qt::Key_F7);
-        QCOMPARE(g_offKeyFirings.size(), 1);
+        QCOMPARE(offKeyFirings().size(), 1);
         QCOMPARE(siminstrument::lines("i2c"), QStringList({"w 22 01 9f", "w 22 01 bf"}));
     }
 
@@ -247,7 +241,7 @@ private slots:
                             key);
         }
         QCOMPARE(offKeyTimer()->isActive(), waiting);
-        QCOMPARE(g_offKeyFirings.size(), 0);
+        QCOMPARE(offKeyFirings().size(), 0);
     }
 
     // With function keys off (the shell disabled, so that no shortcut takes a soft key first): a widget

@@ -56,7 +56,7 @@ private slots:
     void noArgumentsWriteNothing()
     {
         runUpdater({});
-        QCOMPARE(m_label, QString("Orsina Updater Version: 4.1 "));
+        QCOMPARE(m_label, QString("Orsina Updater Version: " PROJECT_VERSION " "));
         QVERIFY(!QFile::exists(settingsFile));
     }
 
@@ -73,13 +73,13 @@ private slots:
         QCOMPARE(stored(), QByteArray("[General]\nProductName=Orsina\n"));
         // The product named on the command line is already on the menu of the same start.
         runUpdater({"Pellacorde"});
-        QCOMPARE(m_label, QString("Pellacorde Updater Version: 4.1 "));
+        QCOMPARE(m_label, QString("Pellacorde Updater Version: " PROJECT_VERSION " "));
     }
 
     void otherLetterCaseIsUnknownAndChangesNothing()
     {
         const QString log = runUpdater({"dravenor", "ORSINA", "--PIC-ENABLE", "Brenmark "});
-        QCOMPARE(m_label, QString("Orsina Updater Version: 4.1 "));
+        QCOMPARE(m_label, QString("Orsina Updater Version: " PROJECT_VERSION " "));
         QVERIFY(!QFile::exists(settingsFile));
         // Each argument is logged with its 1-based index, then the unknown ones once more.
         for (const char* line :

@@ -3,7 +3,8 @@
 // reads. From the device data sheet's configuration-bit summary (the "default/unprogrammed value" column);
 // bytes 0x300000, 0x300004 and 0x300007 are not implemented, and unimplemented bits read 0 (DS39622, 4.6
 // "Blank Check": "Unused (reserved) Configuration bits will read '0'"). This is the project's one copy of
-// the table: the PIC model masks with it, and the tools that judge HEX files read it from the model.
+// the table: the PIC model masks with it, and the tools that judge HEX files read it here (the
+// pic18f4620config library).
 
 #include <array>
 #include <cstdint>
