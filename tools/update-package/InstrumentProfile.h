@@ -44,6 +44,11 @@ struct Profile
     qint64 nandPage = 0, nandEraseBlock = 0;
     QMap<QString, qint64> partitions; // device path -> size in bytes
     QHash<QString, Entry> entries;    // by path
+    // What the updater's commands meet beyond the listing (each has a default when the profile is silent).
+    QMap<QString, bool> mounts;        // mount point -> writable; "/" is read-only until remounted
+    uint umask = 022;                  // the updater's umask, which new files of cp get
+    bool bootsFromNand = true;         // "mount ubi0:rootfs -o remount,rw" finds the root only then
+    QMap<QString, uint> users, groups; // names tar maps an archive's owners by (root is 0)
 
     // The entry at exactly this path, links not followed; nullptr when the instrument has none.
     const Entry* find(const QString& path) const;
