@@ -203,7 +203,16 @@ Outcome rm(QStringList args, Context& c)
         }
         QStringList doomed = l.node->kind == Kind::Directory ? tree.below(l.path) : QStringList();
         std::reverse(doomed.begin(), doomed.end());
-        doomed << l.path;
+        // "link/" empties the folder the link points to, then fails to remove the link as a folder.
+        QString bare = operand;
+        while (bare.size() > 1 && bare.endsWith('/'))
+            bare.chop(1);
+        const Node named = tree.resolve(bare, false).node;
+        if (l.trailingSlash && named && named->kind == Kind::Symlink)
+            fail(QStringLiteral("rm-target-trailing-slash"),
+                 QStringLiteral("rm: cannot remove %1: Not a directory").arg(q(operand)));
+        else
+            doomed << l.path;
         for (const QString& path : doomed) {
             if (!tree.writable(parentOf(path))) {
                 fail(QStringLiteral("root-read-only"),
