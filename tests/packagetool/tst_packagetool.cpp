@@ -1,5 +1,6 @@
 // update-package without the instrument: every lint rule on a package that triggers it and on one that
 // does not, the build, inspect, and bad inputs (exit codes, messages, nothing left behind).
+#include "Compare.h"
 #include "PackageFixture.h"
 
 using namespace fixture;
@@ -310,6 +311,86 @@ private slots:
         QVERIFY(pic.value("programmed").toString().startsWith("0x0000-0x0003"));
         QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x300001 = 0x02")));
         QCOMPARE(report.value("end").toString(), QString("complete"));
+    }
+
+    // The comparison on a snapshot made from the prediction itself, then changed in one place: exactly one
+    // difference, on the line that place belongs to (the alignment keeps the other lines agreeing).
+    void comparisonKeysDifferencesByLine_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::addColumn<QString>("expected"); // "LINE WHAT", empty: agrees
+        QTest::newRow("none") << ""
+                              << "";
+        QTest::newRow("a command's exit") << "exit cp /tmp/firmware_update/etc/x.conf /etc/x.conf"
+                                          << "2 exit";
+        QTest::newRow("an extra red line") << "red after nandwrite"
+                                           << "3 view";
+        QTest::newRow("a missing view line") << "drop Updating Linux modules with: /modules.tar"
+                                             << "4 view";
+        QTest::newRow("the mode of /") << "root / 0700"
+                                       << "0 root";
+        QTest::newRow("the application's content") << "root /home/mainApp content"
+                                                   << "1 root";
+        QTest::newRow("a PIC flash byte") << "pic"
+                                          << "6 pic";
+        QTest::newRow("a partition") << "partition"
+                                     << "3 partition";
+    }
+
+    void comparisonKeysDifferencesByLine()
+    {
+        QFETCH(QString, change);
+        QFETCH(QString, expected);
+        QString error;
+        const auto pkg = package::read(m_base.base, error);
+        const auto instrument = profile::read(testProfile, error);
+        QVERIFY2(pkg && instrument, qPrintable(error));
+        const predict::Prediction p = predict::predict(*pkg, *instrument);
+        QCOMPARE(p.end, predict::End::Complete);
+
+        state::Snapshot s;
+        s.ended = true;
+        for (const predict::Event& e : p.events) {
+            if (e.type == predict::Event::Type::View) {
+                if (change != "drop " + e.text)
+                    s.trace << "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+            } else if (e.traced) {
+                s.trace << "run " + e.text
+                        << QString("exit %1").arg(e.exit == predict::Exit::Success ? 0 : 1);
+                if (change == "exit " + e.text)
+                    s.trace.back() = "exit 1";
+                if (change == "red after nandwrite" && e.text.startsWith("nandwrite"))
+                    s.trace << "view red Failed - something";
+            }
+        }
+        for (auto it = p.root->changed().begin(); it != p.root->changed().end(); ++it) {
+            const rootfs::Node node = p.root->at(it.key());
+            state::Node n;
+            n.path = it.key();
+            n.removed = !node;
+            if (node)
+                n = {it.key(),  false,      node->kind,   node->mode,  node->uid,
+                     node->gid, node->size, node->target, node->sha256};
+            if (change == "root /home/mainApp content" && n.path == "/home/mainApp")
+                n.sha256 = QByteArray(32, 'x');
+            s.root << n;
+        }
+        if (change == "root / 0700")
+            s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}});
+        for (auto it = p.partitions.begin(); it != p.partitions.end(); ++it)
+            s.partitions.insert(it.key(), it->content);
+        if (change == "partition")
+            s.partitions["/dev/mtd0"][10] = 'X';
+        s.picFlash = p.pic.flash;
+        s.picConfig = p.pic.config;
+        if (change == "pic")
+            s.picFlash[0x100] = 0;
+
+        const compare::Result result = compare::compare(p, s);
+        QStringList found;
+        for (const compare::Difference& d : result.differences)
+            found << QString("%1 %2").arg(d.line).arg(d.what);
+        QCOMPARE(found.join(", "), expected);
     }
 
     void buildRefuses_data()

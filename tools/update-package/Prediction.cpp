@@ -2,6 +2,7 @@
 
 #include "IntelHex.h"
 #include "Rules.h"
+#include "ViewText.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -70,12 +71,20 @@ private:
     bool m_afterList = false;
     int lineNumber() const { return m_afterList ? -1 : m_line ? m_line->number : 0; }
 
-    void view(const QString& text, Colour colour = Colour::Plain)
+    view::Emulator m_view;
+    void view(const QString& text, Colour colour = Colour::Plain, bool replace = false)
     {
         Event e;
         e.line = lineNumber();
         e.colour = colour;
         e.text = text;
+        const QString appended =
+            colour == Colour::Plain
+                ? text
+                : QStringLiteral("<p style=\"color:%1\">%2</p>").arg(colourName(colour), text);
+        const view::Shown shown = replace ? m_view.setText(appended) : m_view.append(appended);
+        e.shown = shown.text;
+        e.shownColour = shown.colour;
         m_result.events.push_back(e);
     }
     void red(const QString& text) { view(text, Colour::Red); }
@@ -198,6 +207,8 @@ void Job::preamble()
     m_context.archives.insert(archive->sha256, &m_pkg);
     if (m_result.pcJob) {
         m_context.media.insert(QStringLiteral("/dev/mmcblk0p6"), {m_name, archive});
+        view(QStringLiteral("Attach the unit to the PC via the USB cable provided then press F1\n"),
+             Colour::Plain, true);
         unmountAll();
         view(QStringLiteral("Initialising PC connection"));
         command(QStringLiteral("modprobe g_mass_storage file=/dev/mmcblk0p6 removable=1"), false);
@@ -208,6 +219,10 @@ void Job::preamble()
         command(QStringLiteral("mount /dev/mmcblk0p6 /mnt/update"), false);
     } else {
         m_context.media.insert(QStringLiteral("/dev/sda1"), {m_name, archive});
+        view(QStringLiteral(
+                 "Insert a memory stick containing the update_firmware.tar.bz2 file into the unit then "
+                 "press F1\n"),
+             Colour::Plain, true);
         unmountAll();
         view(QStringLiteral("Processing update\n"));
         command(QStringLiteral("echo 1 > /sys/bus/usb/devices/1-1.2/bConfigurationValue"), false);

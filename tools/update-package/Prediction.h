@@ -38,6 +38,7 @@ struct Event
     Colour colour = Colour::Plain;
     QString text;    // view: the appended text (a coloured line's message); run: argv as the trace has it
     QString command; // run: the command line as the updater builds it
+    QString shown, shownColour; // view: what the view's document gained, as the trace records it
     Exit exit = Exit::Success;
     bool traced = true;    // run: the trace records it
     bool optional = false; // depends on an outcome the tool cannot know
