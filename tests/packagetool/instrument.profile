@@ -60,3 +60,4 @@ entry d 0755 0 0 0 /usr/share
 entry d 0755 0 0 0 /usr/share/zoneinfo
 entry f 0644 0 0 114 /usr/share/zoneinfo/UTC
 entry d 0755 0 0 0 /var
+library-path /usr/lib

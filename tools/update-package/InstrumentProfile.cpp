@@ -166,6 +166,8 @@ std::optional<Profile> read(const QString& file, QString& error)
             p.elfClass = int(v);
         } else if (key == QLatin1String("float-abi")) {
             p.floatAbi = f[1];
+        } else if (key == QLatin1String("library-path")) {
+            p.libraryPaths << unescapePath(f[1]);
         } else if (key == QLatin1String("loader")) {
             p.loader = f[1];
         } else if (key == QLatin1String("updater")) {

@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 namespace profile {
@@ -36,11 +37,12 @@ struct Profile
 {
     QString origin; // the file it was read from
     QString kernelRelease;
-    QString machine;  // ELF machine: "arm", "aarch64", "x86-64", "i386"
-    int elfClass = 0; // 32 or 64
-    QString floatAbi; // "hard", "soft" (ARM only), "" elsewhere
-    QString loader;   // dynamic loader of the instrument's programs
-    QString updater;  // where the updater program is installed
+    QString machine;          // ELF machine: "arm", "aarch64", "x86-64", "i386"
+    int elfClass = 0;         // 32 or 64
+    QString floatAbi;         // "hard", "soft" (ARM only), "" elsewhere
+    QString loader;           // dynamic loader of the instrument's programs
+    QStringList libraryPaths; // folders the loader takes the programs' libraries from
+    QString updater;          // where the updater program is installed
     qint64 nandPage = 0, nandEraseBlock = 0;
     QMap<QString, qint64> partitions; // device path -> size in bytes
     QHash<QString, Entry> entries;    // by path

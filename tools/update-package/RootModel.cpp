@@ -201,6 +201,14 @@ Lookup Tree::resolve(const QString& path, bool follow, const QString& cwd) const
     return result;
 }
 
+bool Tree::resolvedAtStart(const QString& path) const
+{
+    Tree start = *this;
+    start.m_nodes = m_original;
+    const Lookup l = start.resolve(path, true);
+    return l.err == Err::None && l.node;
+}
+
 void Tree::set(const QString& path, const Node& node)
 {
     m_nodes.insert(path, node);

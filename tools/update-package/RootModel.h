@@ -84,6 +84,8 @@ public:
     // The paths changed since the last call.
     QStringList takeTouched();
     Node original(const QString& path) const { return m_original.value(path); }
+    // `path` led to an entry in the instrument as the profile has it.
+    bool resolvedAtStart(const QString& path) const;
 
 private:
     QMap<QString, Node> m_nodes, m_original;

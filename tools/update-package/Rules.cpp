@@ -105,6 +105,9 @@ const std::vector<Rule>& all()
         {"flash-device-missing", S::Error, "The flash partition does not exist on this instrument."},
         {"sdimage-fails", S::Error, "sdimage is given a device that is not the SD card."},
         {"esa-disabled", S::Error, "Every ESA line fails: ESA loading is switched off in this updater."},
+        {"instrument-broken", S::Error,
+         "An earlier line made the instrument's loader or libraries unreachable: no program starts any "
+         "more."},
         {"command-not-found", S::Error, "The command line names a program the instrument does not have."},
         {"command-empty", S::Error, "The command line is empty and cannot be started."},
         // cp (APP, FILE, UPDATER, IMAGE).

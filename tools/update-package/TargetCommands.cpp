@@ -697,10 +697,36 @@ Outcome notStarted(const QString& rule, const QString& message)
     return out;
 }
 
+// Programs start only while the loader and their libraries can be reached (checked when the profile
+// names them and the instrument had them at the start).
+bool programsCanStart(const Context& c)
+{
+    QStringList needed = c.profile.libraryPaths;
+    if (!c.profile.loader.isEmpty())
+        needed << c.profile.loader;
+    for (const QString& path : needed) {
+        const Lookup now = c.tree.resolve(path, true);
+        if (now.err == Err::None && now.node)
+            continue;
+        if (c.tree.resolvedAtStart(path))
+            return false;
+    }
+    return true;
+}
+
+Outcome brokenInstrument()
+{
+    return notStarted(
+        QStringLiteral("instrument-broken"),
+        QStringLiteral("the instrument's loader or libraries can no longer be reached: no program starts"));
+}
+
 } // namespace
 
 Outcome execute(const QString& path, const QStringList& args, Context& c)
 {
+    if (!programsCanStart(c))
+        return brokenInstrument();
     const Lookup l = c.tree.resolve(path, true);
     if (l.err != Err::None || !l.node)
         return notStarted(
@@ -783,7 +809,9 @@ Outcome run(const QString& commandLine, Context& c)
     const QString program = argv[0];
     const QStringList args = argv.mid(1);
     Outcome out;
-    if (program.contains('/')) {
+    if (!programsCanStart(c)) {
+        out = brokenInstrument();
+    } else if (program.contains('/')) {
         out = execute(program, args, c);
     } else if (programs().contains(program)) {
         out = programs().value(program)(args, c);
