@@ -134,6 +134,12 @@ private slots:
         add("modules before any remount", "root-read-only", 1, "MODULES:/modules.tar\n" + base);
         // Payload contents.
         add("modules not a tar", "tar-not-archive", 4, base, {{"modules.tar", {"not an archive\n"}}});
+        // A modules archive with the folder member lib/ replaces the link /lib: nothing starts after it.
+        const QString withFolders = m_base.dir.path() + "/modules-with-folders.tar";
+        QCOMPARE(run("tar", {"-cf", withFolders, "lib"}, m_base.dir.path() + "/modroot").exitCode, 0);
+        const Files libFolder{{"modules.tar", {readAll(withFolders)}}};
+        add("modules archive replacing /lib", "tar-replaces-link", 4, base, libFolder);
+        add("nothing starts after /lib is replaced", "instrument-broken", 5, base, libFolder);
         add("script not executable", "exec-not-executable", 5, base,
             {{"post.sh", {"#!/bin/sh\nexit 0\n", 0644}}});
         add("script without interpreter line", "script-no-interpreter", 5, base,
