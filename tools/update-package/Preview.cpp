@@ -1,11 +1,18 @@
 #include "Preview.h"
 
+#include "Compare.h"
+#if __has_include("VirtualInstrument.h")
+#include "VirtualInstrument.h"
+#define PREVIEW_RUNS_THE_INSTRUMENT 1
+#endif
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTextStream>
 #include <cstdio>
 
@@ -19,13 +26,13 @@ QString trimmedEnd(QString text)
     return text;
 }
 
-bool isPercentage(const QString& line)
+[[maybe_unused]] bool isPercentage(const QString& line)
 {
     static const QRegularExpression percent(QStringLiteral("^\\d+%\\s*$"));
     return percent.match(line).hasMatch();
 }
 
-QString readText(const QString& path)
+[[maybe_unused]] QString readText(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
@@ -96,6 +103,50 @@ QString defaultBuildDir()
     return fromEnv.isEmpty() ? QStringLiteral(PROJECT_BINARY_DIR) : fromEnv;
 }
 
+#ifdef PREVIEW_RUNS_THE_INSTRUMENT
+// The package on the virtual instrument, then the prediction against what it shows and holds.
+int run(const Options& options, const predict::Prediction& prediction)
+{
+    QDir().mkpath(options.out);
+    const QString out = QFileInfo(options.out).absoluteFilePath();
+    print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
+              .arg(prediction.packageName, options.pcJob ? "PC" : "memory-stick", out));
+    instrument::Job job;
+    job.package = QFileInfo(options.package).absoluteFilePath();
+    job.pcJob = options.pcJob;
+    job.profile = options.profile;
+    job.outDir = out;
+    if (prediction.end == predict::End::Hang)
+        job.timeoutSeconds =
+            120; // the prediction is that it never ends: wait long enough to see the PIC erased
+    QString error;
+    const auto snapshot = instrument::run(job, error);
+    if (!snapshot) {
+        print(QStringLiteral("preview: the package could not be run: %1").arg(error));
+        return 2;
+    }
+    print(QStringLiteral("\n== the message view at the end of the job"));
+    print(trimmedEnd(snapshot->view));
+    const compare::Result result = compare::compare(prediction, *snapshot);
+    print(QStringLiteral("\n== the prediction against the instrument, line by line"));
+    QSet<int> differing;
+    for (const compare::Difference& d : result.differences)
+        differing.insert(d.line);
+    for (const predict::Line& line : prediction.lines)
+        print(QStringLiteral("line %1 %2: %3")
+                  .arg(line.number)
+                  .arg(line.text, differing.contains(line.number) ? QStringLiteral("DIFFERS")
+                                                                  : QStringLiteral("as predicted")));
+    const QString differences = compare::text(prediction, result);
+    if (!differences.isEmpty())
+        print(QStringLiteral("\n") + trimmedEnd(differences));
+    print(QStringLiteral("\n%1 difference%2 (end predicted: %3)")
+              .arg(result.differences.size())
+              .arg(result.differences.size() == 1 ? "" : "s")
+              .arg(predict::endName(prediction.end)));
+    return result.agrees() ? 0 : 1;
+}
+#else
 int run(const Options& options, const predict::Prediction& prediction)
 {
     for (const char* part :
@@ -158,5 +209,6 @@ int run(const Options& options, const predict::Prediction& prediction)
         QStringLiteral("screenshots: %1/end.png (end of the job), %1/menu.png (back at the menu)").arg(out));
     return agrees ? 0 : 1;
 }
+#endif
 
 } // namespace preview

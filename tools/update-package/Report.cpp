@@ -42,7 +42,7 @@ QString eventText(const Event& e)
 QJsonObject eventJson(const Event& e)
 {
     if (e.type == Event::Type::View)
-        return {{"view", predict::colourName(e.colour)}, {"text", e.text}};
+        return {{"view", predict::colourName(e.colour)}, {"text", e.text}, {"shown", e.shown}};
     return {{"run", e.command}, {"argv", e.text}, {"exit", predict::exitName(e.exit)}, {"traced", e.traced}};
 }
 

@@ -35,6 +35,7 @@ struct Settings
     int picEvery = 0;
     QString outDir = QStringLiteral("out/differential");
     bool predictOnly = false;
+    bool keep = false; // write every generated package into OUT/packages
 };
 
 std::optional<predict::Prediction> predictFor(const generate::Package& generated, const QByteArray& bytes,
@@ -152,6 +153,9 @@ int run(const Settings& s)
         options.pic = s.picEvery > 0 && i % s.picEvery == 0;
         const generate::Package generated = generate::make(s.seed, i, options);
         lines += generated.lines;
+        if (s.keep)
+            writeFile(s.outDir + QStringLiteral("/packages/%1/%2").arg(i).arg(generated.name),
+                      generate::pack(generated));
         if (s.predictOnly) {
             std::optional<package::Package> pkg;
             if (!predictFor(generated, generate::pack(generated), *instrument, pkg))
@@ -238,6 +242,8 @@ int main(int argc, char* argv[])
             s.outDir = value, ++i;
         else if (a == QLatin1String("--predict-only"))
             s.predictOnly = true;
+        else if (a == QLatin1String("--keep"))
+            s.keep = true;
         else
             ok = false;
         if (!ok) {

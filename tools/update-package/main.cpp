@@ -178,6 +178,7 @@ int runPreview(const Arguments& a)
     options.package = a.positional[0];
     options.pcJob = a.flags.contains("--pc");
     options.build = preview::defaultBuildDir();
+    options.profile = a.profile.isEmpty() ? profile::defaultPath() : a.profile;
     QString base = QFileInfo(options.package).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
     options.out = a.out.isEmpty() ? base + "-preview" : a.out;
