@@ -124,7 +124,7 @@ private:
 
 QString Job::refine(const QString& rule) const
 {
-    if (!m_line || !m_line->command)
+    if (!m_line || !m_line->command || rule == QLatin1String("instrument-broken"))
         return rule;
     const QString& arg = m_line->argument;
     QString trimmed = arg;
@@ -328,7 +328,9 @@ bool Job::remount()
     m_result.events.push_back(e);
     if (out.exit == Exit::Success)
         return true;
-    if (line.isEmpty())
+    if (out.rule == QLatin1String("instrument-broken"))
+        finding(out.rule, QStringLiteral("\"%1\" cannot start: %2").arg(line, out.message));
+    else if (line.isEmpty())
         finding(QStringLiteral("remount-unknown-type"),
                 QStringLiteral(
                     "the remount fails: line %1 left the system type unknown, so its command line is empty")

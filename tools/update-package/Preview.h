@@ -13,7 +13,7 @@ namespace preview {
 struct Options
 {
     QString package;
-    QString out;   // results: view.txt, verify.txt, end.png, menu.png
+    QString out;     // results: view.txt, verify.txt, end.png, menu.png
     QString build;   // build tree with the updater, the simulator and the probe
     QString profile; // the instrument profile the virtual instrument is built from
     bool pcJob = false;
