@@ -36,6 +36,7 @@ struct Settings
     QString outDir = QStringLiteral("out/differential");
     bool predictOnly = false;
     bool keep = false; // write every generated package into OUT/packages
+    QString profile;   // the instrument profile; empty: the default one
 };
 
 std::optional<predict::Prediction> predictFor(const generate::Package& generated, const QByteArray& bytes,
@@ -140,7 +141,7 @@ generate::Package shrink(generate::Package failing,
 int run(const Settings& s)
 {
     QString error;
-    const auto instrument = profile::read(profile::defaultPath(), error);
+    const auto instrument = profile::read(s.profile.isEmpty() ? profile::defaultPath() : s.profile, error);
     if (!instrument) {
         out() << "differential: " << error << Qt::endl;
         return 2;
@@ -242,6 +243,8 @@ int main(int argc, char* argv[])
             s.outDir = value, ++i;
         else if (a == QLatin1String("--predict-only"))
             s.predictOnly = true;
+        else if (a == QLatin1String("--profile"))
+            s.profile = value, ++i;
         else if (a == QLatin1String("--keep"))
             s.keep = true;
         else
