@@ -77,6 +77,8 @@ bool ignored(const QString& path)
     if (path == QLatin1String("/tmp/firmware_update") ||
         path.startsWith(QLatin1String("/tmp/firmware_update/")))
         return false;
+    if (path == QLatin1String("/sys") || path == QLatin1String("/proc") || path == QLatin1String("/dev"))
+        return true;
     for (const char* prefix : {"/tmp/", "/run/", "/mnt/update/", "/proc/", "/sys/", "/dev/"}) {
         if (path.startsWith(QLatin1String(prefix)))
             return true;
@@ -186,6 +188,14 @@ Result compare(const predict::Prediction& p, const state::Snapshot& s)
             continue;
         observed << e;
         observedKeys << key(e);
+    }
+    // What the technician does after the job's last line (F1 back to the menu) is not the job's.
+    if (p.end != predict::End::Hang && !predictedKeys.isEmpty()) {
+        const int end = observedKeys.lastIndexOf(predictedKeys.last());
+        if (end >= 0) {
+            observed.resize(end + 1);
+            observedKeys = observedKeys.mid(0, end + 1);
+        }
     }
     const QVector<QPair<int, int>> pairs = align(predictedKeys, observedKeys);
     int i = 0, j = 0, lastLine = 0;

@@ -138,6 +138,86 @@ generate::Package shrink(generate::Package failing,
 }
 #endif
 
+#ifdef HAVE_INSTRUMENT
+constexpr int batchSize = 25; // packages a virtual instrument serves in one go
+
+// A disagreement shrunk and saved with what differs and the command that replays it.
+void save(const Settings& s, int index, const generate::Package& failing, const profile::Profile& instrument)
+{
+    const QString work = s.outDir + QStringLiteral("/work");
+    const generate::Package small = shrink(failing, [&](const generate::Package& candidate) {
+        QString ignored;
+        const auto r = check(candidate, instrument, work, ignored);
+        return r && !r->agrees();
+    });
+    const QString dir = s.outDir + QStringLiteral("/%1-%2").arg(s.seed).arg(index);
+    const QString file = dir + '/' + small.name;
+    writeFile(file, generate::pack(small));
+    std::optional<package::Package> pkg;
+    QString error;
+    const auto prediction = predictFor(small, generate::pack(small), instrument, pkg);
+    const auto again = check(small, instrument, work, error);
+    writeFile(dir + QStringLiteral("/differences.txt"),
+              (again && prediction ? compare::text(*prediction, *again) : error).toUtf8());
+    writeFile(
+        dir + QStringLiteral("/replay.sh"),
+        QStringLiteral("#!/bin/sh\n# replays the disagreement: the tool's prediction against the instrument\n"
+                       "exec \"$(dirname \"$0\")/../../../build-native/tools/update-package/update-package\" "
+                       "preview \"$(dirname \"$0\")/%1\" \"$@\"\n")
+            .arg(small.name)
+            .toUtf8());
+    QFile(dir + QStringLiteral("/replay.sh"))
+        .setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                        QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                        QFileDevice::ExeOther);
+    out() << QStringLiteral("  saved %1 (replay: %2/replay.sh)").arg(file, dir) << Qt::endl;
+}
+
+// The packages on one instrument, each compared as soon as its state is read; the disagreeing ones are
+// shrunk and saved afterwards.
+void runBatch(const Settings& s, const profile::Profile& instrument,
+              const QVector<QPair<int, generate::Package>>& batch, int& disagreements, int& unreadable)
+{
+    const QString work = s.outDir + QStringLiteral("/work/batch");
+    QDir(work).removeRecursively();
+    QVector<instrument::Job> jobs;
+    QVector<std::optional<predict::Prediction>> predictions;
+    for (const auto& [index, generated] : batch) {
+        const QByteArray bytes = generate::pack(generated);
+        std::optional<package::Package> pkg;
+        predictions.push_back(predictFor(generated, bytes, instrument, pkg));
+        instrument::Job job;
+        job.package = work + QStringLiteral("/%1/").arg(index) + generated.name;
+        job.profile = instrument.origin;
+        job.timeoutSeconds = predictions.back() && predictions.back()->end == predict::End::Hang ? 60 : 600;
+        writeFile(job.package, bytes);
+        jobs.push_back(job);
+    }
+    QVector<int> failing;
+    QString error;
+    const bool ran = instrument::runBatch(
+        jobs,
+        [&](int k, const std::optional<state::Snapshot>& snapshot, const QString& why) {
+            if (!snapshot || !predictions[k]) {
+                out() << QStringLiteral("package %1: not run: %2").arg(batch[k].first).arg(why) << Qt::endl;
+                ++unreadable;
+            } else if (!compare::compare(*predictions[k], *snapshot).agrees()) {
+                out() << QStringLiteral("package %1 (%2) disagrees")
+                             .arg(batch[k].first)
+                             .arg(batch[k].second.name)
+                      << Qt::endl;
+                failing << k;
+            }
+        },
+        error);
+    if (!ran)
+        out() << QStringLiteral("differential: the batch stopped: %1").arg(error) << Qt::endl;
+    disagreements += failing.size();
+    for (int k : failing)
+        save(s, batch[k].first, batch[k].second, instrument);
+}
+#endif
+
 int run(const Settings& s)
 {
     QString error;
@@ -149,6 +229,9 @@ int run(const Settings& s)
     QElapsedTimer clock;
     clock.start();
     int lines = 0, disagreements = 0, unreadable = 0;
+#ifdef HAVE_INSTRUMENT
+    QVector<QPair<int, generate::Package>> batch;
+#endif
     for (int i = 0; i < s.packages; ++i) {
         generate::Options options;
         options.pic = s.picEvery > 0 && i % s.picEvery == 0;
@@ -163,49 +246,17 @@ int run(const Settings& s)
                 ++unreadable;
             continue;
         }
-#ifdef HAVE_INSTRUMENT
-        const QString work = s.outDir + QStringLiteral("/work");
-        const auto result = check(generated, *instrument, work, error);
-        if (!result) {
-            out() << QStringLiteral("package %1: not run: %2").arg(i).arg(error) << Qt::endl;
-            ++unreadable;
-            continue;
-        }
-        if (result->agrees())
-            continue;
-        ++disagreements;
-        out() << QStringLiteral("package %1 (%2) disagrees; shrinking").arg(i).arg(generated.name)
-              << Qt::endl;
-        const generate::Package small = shrink(generated, [&](const generate::Package& candidate) {
-            QString ignored;
-            const auto r = check(candidate, *instrument, work, ignored);
-            return r && !r->agrees();
-        });
-        const QString dir = s.outDir + QStringLiteral("/%1-%2").arg(s.seed).arg(i);
-        const QString file = dir + '/' + small.name;
-        writeFile(file, generate::pack(small));
-        std::optional<package::Package> pkg;
-        const auto prediction = predictFor(small, generate::pack(small), *instrument, pkg);
-        const auto again = check(small, *instrument, work, error);
-        writeFile(dir + QStringLiteral("/differences.txt"),
-                  (again && prediction ? compare::text(*prediction, *again) : error).toUtf8());
-        writeFile(dir + QStringLiteral("/replay.sh"),
-                  QStringLiteral(
-                      "#!/bin/sh\n# replays the disagreement: the tool's prediction against the instrument\n"
-                      "exec \"$(dirname \"$0\")/../../../build-native/tools/update-package/update-package\" "
-                      "preview \"$(dirname \"$0\")/%1\" \"$@\"\n")
-                      .arg(small.name)
-                      .toUtf8());
-        QFile(dir + QStringLiteral("/replay.sh"))
-            .setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
-                            QFileDevice::ReadGroup | QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                            QFileDevice::ExeOther);
-        out() << QStringLiteral("  saved %1 (replay: %2/replay.sh)").arg(file, dir) << Qt::endl;
-#else
+#ifndef HAVE_INSTRUMENT
         out() << "differential: this build has no virtual instrument runner (VirtualInstrument.h); use "
                  "--predict-only"
               << Qt::endl;
         return 2;
+#else
+        batch.push_back({i, generated});
+        if (int(batch.size()) == batchSize || i + 1 == s.packages) {
+            runBatch(s, *instrument, batch, disagreements, unreadable);
+            batch.clear();
+        }
 #endif
     }
     const double minutes = double(clock.elapsed()) / 60000.0;
