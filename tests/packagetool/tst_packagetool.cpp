@@ -381,6 +381,8 @@ private slots:
                 n.sha256 = QByteArray(32, 'x');
             s.root << n;
         }
+        if (change == "after the end")
+            s.trace << "run umount /mnt/update" << "exit 32";
         if (change == "root / 0700")
             s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}});
         for (auto it = p.partitions.begin(); it != p.partitions.end(); ++it)
