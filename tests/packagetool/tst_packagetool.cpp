@@ -341,6 +341,8 @@ private slots:
                                           << "6 pic";
         QTest::newRow("a partition") << "partition"
                                      << "3 partition";
+        QTest::newRow("the technician's F1 after the end") << "after the end"
+                                                           << "";
     }
 
     void comparisonKeysDifferencesByLine()
@@ -382,7 +384,8 @@ private slots:
             s.root << n;
         }
         if (change == "after the end")
-            s.trace << "run umount /mnt/update" << "exit 32";
+            s.trace << "run umount /mnt/update"
+                    << "exit 32";
         if (change == "root / 0700")
             s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}});
         for (auto it = p.partitions.begin(); it != p.partitions.end(); ++it)
