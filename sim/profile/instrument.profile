@@ -15,6 +15,7 @@ entry d 0755 0 0 0 /
 entry d 0755 0 0 0 /etc
 entry d 0755 0 0 0 /boot
 entry d 0755 0 0 0 /mnt
+entry d 0755 0 0 0 /mnt/update
 entry d 0700 0 0 0 /root
 entry d 0755 0 0 0 /dev
 entry d 0755 0 0 0 /media

@@ -17,6 +17,8 @@ using namespace testfiles;
 
 inline const QString repo = PROJECT_SOURCE_DIR;
 inline const QString tool = PROJECT_BINARY_DIR "/tools/update-package/update-package";
+// The instrument the fast tests predict for (the virtual instrument's profile is the preview's).
+inline const QString testProfile = PROJECT_SOURCE_DIR "/tests/packagetool/instrument.profile";
 
 // The clean command list over every base file: each variant changes a line or adds one.
 inline const QString baseConfig = QStringLiteral("APP:/mainApp\nFILE:/etc/x.conf\nKERNEL:/uImage\n"
@@ -47,14 +49,19 @@ inline QByteArray filled(const QString& from, const QString& to, const QString& 
 struct Lint
 {
     int exitCode = -1;
-    QStringList findings; // "severity:line: message"
+    QStringList findings; // "rule:line:severity"
     QString text;         // the raw output, for failure messages
-    bool has(const QString& severity, int line, const QString& text) const
+    QJsonObject json;
+    bool has(const QString& rule, int line) const
     {
-        const QString head = QString("%1:%2: ").arg(severity).arg(line);
         return std::any_of(findings.begin(), findings.end(), [&](const QString& f) {
-            return f.startsWith(head) && f.mid(head.size()).contains(text);
+            return f.startsWith(QString("%1:%2:").arg(rule).arg(line));
         });
+    }
+    int count(const QString& rule) const
+    {
+        return int(std::count_if(findings.begin(), findings.end(),
+                                 [&](const QString& f) { return f.startsWith(rule + ':'); }));
     }
     // Empty for a clean result, else what was wrong.
     QString problems() const
@@ -64,16 +71,16 @@ struct Lint
     }
 };
 
-inline Lint lint(const QString& path)
+inline Lint lint(const QString& path, const QString& profile = testProfile)
 {
-    const Run r = run(tool, {"lint", path, "--json"});
-    Lint l{r.exitCode, {}, r.out + r.err};
-    for (const QJsonValue v : QJsonDocument::fromJson(r.out.toUtf8()).object().value("findings").toArray()) {
+    const Run r = run(tool, {"lint", path, "--json", "--profile", profile});
+    Lint l{r.exitCode, {}, r.out + r.err, QJsonDocument::fromJson(r.out.toUtf8()).object()};
+    for (const QJsonValue v : l.json.value("findings").toArray()) {
         const QJsonObject o = v.toObject();
-        l.findings << QString("%1:%2: %3")
-                          .arg(o.value("severity").toString())
+        l.findings << QString("%1:%2:%3")
+                          .arg(o.value("rule").toString())
                           .arg(o.value("line").toInt())
-                          .arg(o.value("message").toString());
+                          .arg(o.value("severity").toString());
     }
     return l;
 }
@@ -134,7 +141,9 @@ public:
         const QString target = dir.path() + "/p/" + name;
         QDir().mkpath(dir.path() + "/p");
         QFile::remove(target);
-        return run(tool, {"build", folder, "-o", target, "--force"}).exitCode == 0 ? target : QString();
+        return run(tool, {"build", folder, "-o", target, "--force", "--profile", testProfile}).exitCode == 0
+                   ? target
+                   : QString();
     }
 };
 

@@ -1,12 +1,13 @@
 // update-package without the instrument: every lint rule on a package that triggers it and on one that
 // does not, the build, inspect, and bad inputs (exit codes, messages, nothing left behind).
+#include "Compare.h"
 #include "PackageFixture.h"
 
 using namespace fixture;
 
 struct Rule
 {
-    QString config, cleanConfig, severity, text;
+    QString config, cleanConfig, rule;
     Files files, cleanFiles;
     int line;
 };
@@ -37,17 +38,17 @@ class PackageToolTest : public QObject
     static QString listing(const QString& path) { return run("sh", {"-c", "find . | sort"}, path).out; }
 
     // One rule: the faulty package and the finding it must give, then a clean one (the base by default).
-    static void add(const char* name, const QString& severity, int line, const QString& text,
-                    const QString& config, const Files& files = {}, const QString& cleanConfig = baseConfig,
+    static void add(const char* name, const QString& rule, int line, const QString& config,
+                    const Files& files = {}, const QString& cleanConfig = baseConfig,
                     const Files& cleanFiles = {})
     {
-        QTest::newRow(name) << Rule{config, cleanConfig, severity, text, files, cleanFiles, line};
+        QTest::newRow(name) << Rule{config, cleanConfig, rule, files, cleanFiles, line};
     }
     // A rule on the PIC's HEX file; without a clean file the base one is the clean case.
-    static void addHex(const char* name, const QString& severity, const QString& text, const QByteArray& hex,
+    static void addHex(const char* name, const QString& rule, const QByteArray& hex,
                        const QByteArray& cleanHex = {})
     {
-        add(name, severity, 6, text, baseConfig, {{"board.hex", {hex}}}, baseConfig,
+        add(name, rule, 6, baseConfig, {{"board.hex", {hex}}}, baseConfig,
             cleanHex.isEmpty() ? Files{} : Files{{"board.hex", {cleanHex}}});
     }
 
@@ -79,10 +80,10 @@ private slots:
         // The failing sample fails exactly where it is meant to.
         const Lint failing = lint(samples + "/failing/OrsinaM_firmware_update_5.2f.tar.bz2");
         QCOMPARE(failing.exitCode, 1);
-        QVERIFY(failing.has("error", 2, "has no firmware_update/etc/calibration.conf"));
-        QVERIFY(failing.has("error", 3, "no ':'"));
-        QVERIFY(failing.has("error", 4, "every ESA line fails"));
-        QVERIFY(!failing.has("error", 5, ""));
+        QVERIFY2(failing.has("cp-source-missing", 2), qPrintable(failing.text));
+        QVERIFY(failing.has("line-no-colon", 3));
+        QVERIFY(failing.has("esa-disabled", 4));
+        QVERIFY(failing.findings.filter(QRegularExpression("^[^:]*:5:error$")).isEmpty());
     }
 
     void rule_data()
@@ -93,82 +94,106 @@ private slots:
         const Files image{{"rootfs.ubifs", {"UBI#"}}};
 
         // The command list's syntax.
-        add("empty line", "error", 7, "empty line", base + "\n");
-        add("note line", "error", 7, "no ':'", base + "Check before shipping\n");
-        add("two colons", "error", 1, "2 colons", withLine(1, "APP:/mainApp:x"));
-        add("lower-case keyword", "error", 1, "write APP", withLine(1, "app:/mainApp"));
-        add("blank after keyword", "error", 1, "write APP", withLine(1, "APP :/mainApp"));
-        add("blank before argument", "error", 1, "blank", withLine(1, "APP: /mainApp"));
-        add("blank after argument", "warning", 1, "ends in a blank", withLine(1, "APP:/mainApp "));
-        add("no leading slash", "error", 1, "must begin with '/'", withLine(1, "APP:mainApp"));
-        add("missing file", "error", 2, "has no firmware_update/etc/y.conf", withLine(2, "FILE:/etc/y.conf"));
-        add("argument leaves the package", "error", 1, "outside the package", withLine(1, "APP:/../mainApp"));
-        add("folder named as a file", "error", 2, "is a folder", withLine(2, "FILE:/etc"));
+        add("empty line", "line-empty", 7, base + "\n");
+        add("note line", "line-no-colon", 7, base + "Check before shipping\n");
+        add("two colons", "line-colons", 1, withLine(1, "APP:/mainApp:x"));
+        add("lower-case keyword", "keyword-unknown", 1, withLine(1, "app:/mainApp"));
+        add("blank after keyword", "keyword-unknown", 1, withLine(1, "APP :/mainApp"));
+        add("blank before argument", "arg-blank", 1, withLine(1, "APP: /mainApp"));
+        add("blank after argument", "arg-trailing-blank", 1, withLine(1, "APP:/mainApp "));
+        add("no leading slash", "arg-no-slash", 1, withLine(1, "APP:mainApp"));
+        add("missing file", "cp-source-missing", 2, withLine(2, "FILE:/etc/y.conf"));
+        add("argument leaves the package", "cp-source-missing", 1, withLine(1, "APP:/../mainApp"));
+        add("folder named as a file", "cp-source-folder", 2, withLine(2, "FILE:/etc"));
+        // Arguments are used as written, never tidied first.
+        add("trailing slash on APP", "arg-trailing-slash", 1, withLine(1, "APP:/mainApp/"));
+        add("trailing slash on FILE", "arg-trailing-slash", 2, withLine(2, "FILE:/etc/x.conf/"));
+        add("'..' through a missing folder", "arg-dotdot", 1, withLine(1, "APP:/nosuchdir/../mainApp"));
+        // What the instrument holds.
+        add("target folder missing", "cp-target-missing", 7, base + "FILE:/opt/instrument/x\n",
+            {{"opt/instrument/x", {"x"}}}, base + "FILE:/opt/x\n", {{"opt/x", {"x"}}});
+        add("updater target missing", "rm-target-missing", 7, base + "UPDATER:/usr/bin/updater2\n",
+            {{"usr/bin/updater2", {"new", 0755}}}, base + "UPDATER:/usr/bin/updater\n",
+            {{"usr/bin/updater", {"new", 0755}}});
+        add("FILE over the running updater", "cp-target-running", 7, base + "FILE:/usr/bin/updater\n",
+            {{"usr/bin/updater", {"new", 0755}}}, base + "UPDATER:/usr/bin/updater\n",
+            {{"usr/bin/updater", {"new", 0755}}});
         // The system type and what it does to later lines.
-        add("SYSTEM:NAND", "error", 1, "sets the unknown system type", nand, {}, sd);
-        add("unknown system type", "error", 1, "unknown system type 'EMMC'", "SYSTEM:EMMC\n" + base);
-        add("kernel skipped after NAND", "error", 4, "skipped without a word", nand, {}, sd);
-        add("remount fails after NAND", "error", 2, "the remount before the copy fails", nand, {}, sd);
-        add("image on an SD card system", "error", 8, "NAND systems only", sd + "IMAGE:/rootfs.ubifs\n",
-            image, base + "IMAGE:/rootfs.ubifs\n", image);
-        add("image in a subfolder", "error", 7, "top folder", base + "IMAGE:/img/rootfs.ubifs\n",
+        add("SYSTEM:NAND", "system-nand", 1, nand, {}, sd);
+        add("unknown system type", "system-unknown", 1, "SYSTEM:EMMC\n" + base);
+        add("kernel skipped after NAND", "kernel-skipped", 4, nand, {}, sd);
+        add("remount fails after NAND", "remount-unknown-type", 2, nand, {}, sd);
+        add("image on an SD card system", "image-wrong-type", 8, sd + "IMAGE:/rootfs.ubifs\n", image,
+            base + "IMAGE:/rootfs.ubifs\n", image);
+        add("image in a subfolder", "image-subfolder", 7, base + "IMAGE:/img/rootfs.ubifs\n",
             {{"img/rootfs.ubifs", {"UBI#"}}}, base + "IMAGE:/rootfs.ubifs\n", image);
         // Order: the root file system is read-only until a line remounts it.
         const Files updater{{"usr/bin/updater", {"new updater", 0755}}};
-        add("updater before any remount", "error", 1, "runs before the remount",
-            "UPDATER:/usr/bin/updater\n" + base, updater, base + "UPDATER:/usr/bin/updater\n", updater);
-        add("modules before any remount", "error", 1, "remounted", "MODULES:/modules.tar\n" + base);
+        add("updater before any remount", "root-read-only", 1, "UPDATER:/usr/bin/updater\n" + base, updater,
+            base + "UPDATER:/usr/bin/updater\n", updater);
+        add("modules before any remount", "root-read-only", 1, "MODULES:/modules.tar\n" + base);
         // Payload contents.
-        add("modules not a tar", "error", 4, "not a tar archive", base,
-            {{"modules.tar", {"not an archive\n"}}});
-        add("script not executable", "error", 5, "not executable", base,
+        add("modules not a tar", "tar-not-archive", 4, base, {{"modules.tar", {"not an archive\n"}}});
+        // A modules archive with the folder member lib/ replaces the link /lib: nothing starts after it.
+        const QString withFolders = m_base.dir.path() + "/modules-with-folders.tar";
+        QCOMPARE(run("tar", {"-cf", withFolders, "lib"}, m_base.dir.path() + "/modroot").exitCode, 0);
+        const Files libFolder{{"modules.tar", {readAll(withFolders)}}};
+        add("modules archive replacing /lib", "tar-replaces-link", 4, base, libFolder);
+        add("nothing starts after /lib is replaced", "instrument-broken", 5, base, libFolder);
+        add("script not executable", "exec-not-executable", 5, base,
             {{"post.sh", {"#!/bin/sh\nexit 0\n", 0644}}});
-        add("script without interpreter line", "error", 5, "no interpreter line", base,
+        add("script without interpreter line", "script-no-interpreter", 5, base,
             {{"post.sh", {"exit 0\n", 0755}}});
-        add("script with DOS line ends", "error", 5, "carriage return", base,
+        add("script with DOS line ends", "script-crlf", 5, base,
             {{"post.sh", {"#!/bin/sh\r\nexit 0\r\n", 0755}}});
-        add("PIC file missing", "error", 6, "fails at once", withLine(6, "PIC:/other.hex"));
-        add("PIC file is a folder", "error", 6, "waits forever", withLine(6, "PIC:/hexes"), {{"hexes/", {}}});
-        add("PIC index not a number", "warning", 6, "not a number", withLine(6, "PIC1x:/board.hex"), {},
+        add("script exits non-zero", "script-fails", 5, base, {{"post.sh", {"#!/bin/sh\nexit 3\n", 0755}}});
+        // The PIC line.
+        add("PIC file missing", "pic-file-missing", 6, withLine(6, "PIC:/other.hex"));
+        add("PIC file is a folder", "pic-folder-hangs", 6, withLine(6, "PIC:/hexes"), {{"hexes/", {}}});
+        add("PIC: names the package folder", "pic-folder-hangs", 6, withLine(6, "PIC:"));
+        add("PIC:/ names the package folder", "pic-folder-hangs", 6, withLine(6, "PIC:/"));
+        add("PIC1:/. names the package folder", "pic-folder-hangs", 6, withLine(6, "PIC1:/."));
+        add("PIC index not a number", "pic-index-text", 6, withLine(6, "PIC1x:/board.hex"), {},
             withLine(6, "PIC1:/board.hex"));
-        add("keyword only contains PIC", "warning", 6, "only contains PIC", withLine(6, "XPIC2:/board.hex"),
-            {}, withLine(6, "PIC2:/board.hex"));
-        add("ESA line", "error", 7, "every ESA line fails", base + "ESA_IO_APP:/io.bin\n",
-            {{"io.bin", {"AVR"}}});
+        add("PIC index with a leading zero", "pic-index-text", 6, withLine(6, "PIC01:/board.hex"), {},
+            withLine(6, "PIC1:/board.hex"));
+        add("keyword only contains PIC", "keyword-contains", 6, withLine(6, "XPIC2:/board.hex"), {},
+            withLine(6, "PIC2:/board.hex"));
+        add("ESA line", "esa-disabled", 7, base + "ESA_IO_APP:/io.bin\n", {{"io.bin", {"AVR"}}});
         // The package as a whole.
-        add("unused payload", "warning", 0, "spare.bin is not named", base, {{"spare.bin", {"x"}}});
-        add("empty command list", "warning", 0, "command list is empty", "");
-        add("non-ASCII bytes", "warning", 0, "not ASCII", withLine(2, "FILE:/etc/\xc3\xa4.conf"),
+        add("unused payload", "payload-unused", 0, base, {{"spare.bin", {"x"}}});
+        add("empty command list", "command-list-empty", 0, "");
+        add("non-ASCII bytes", "command-list-not-ascii", 0, withLine(2, "FILE:/etc/\xc3\xa4.conf"),
             {{"etc/\xc3\xa4.conf", {"x"}}});
-        add("no command list", "error", 0, "no firmware_update/update_config", "<none>");
+        add("no command list", "command-list-missing", 0, "<none>");
 
-        // Intel HEX: corrupt files are errors although the updater takes them as they are.
+        // Intel HEX, as the programmer reads it.
         const QByteArray hex = readAll(m_base.base + "/board.hex");
         QByteArray badSum = hex;
         badSum.replace(":0400000018EF00F005", ":0400000018EF00F006");
-        addHex("bad checksum", "error", "bad checksum 0x06", badSum);
-        addHex("not a record", "error", "does not begin with ':'", "12345\n" + hex);
-        addHex("unknown record type", "error", "unknown record type 0x06", hexRecord(0, "\x01\x02", 6) + hex);
-        addHex("start address record", "error", "record type 0x05",
+        addHex("bad checksum", "hex-checksum", badSum);
+        addHex("not a record", "hex-malformed", "12345\n" + hex);
+        addHex("unknown record type", "hex-record-type", hexRecord(0x40, "\x01\x02", 6) + hex);
+        addHex("start address record", "hex-record-type",
                hexRecord(0x40, "\x01\x02") + hexRecord(0, QByteArray("\x00\x00\x01\x00", 4), 5) + hexEnd,
                hexRecord(0x40, "\x01\x02") + hexEnd);
-        addHex("record after the end", "error", "after the end-of-file", hex + hexRecord(0x100, "\x01\x02"));
-        addHex("no end record", "error", "no end-of-file record", hex.left(hex.lastIndexOf(":00000001FF")));
-        addHex("record over 100 bytes", "error", "at most 100", filled("0", "0x100", "0x12", "-obs=120"),
+        addHex("record after the end", "hex-after-end", hex + hexRecord(0x100, "\x01\x02"));
+        addHex("no end record", "hex-no-end", hex.left(hex.lastIndexOf(":00000001FF")));
+        addHex("record over 100 bytes", "hex-record-too-long", filled("0", "0x100", "0x12", "-obs=120"),
                filled("0", "0x100", "0x12", "-obs=32"));
-        addHex("record touching 0xFFFE", "error", "touching 0xFFFE", filled("0xFFF0", "0x10000", "0x55"),
+        addHex("record touching 0xFFFE", "hex-flash-end", filled("0xFFF0", "0x10000", "0x55"),
                filled("0xFFE0", "0xFFFE", "0x55"));
-        addHex("beyond the flash", "warning", "no programmable memory", filled("0x10000", "0x10010", "0x55"));
-        addHex("ID locations", "error", "ID locations", filled("0x200000", "0x200008", "0x55"));
-        addHex("EEPROM data", "error", "EEPROM data", filled("0xF00000", "0xF00010", "0x55"));
+        addHex("beyond the flash", "hex-outside-memory", filled("0x10000", "0x10010", "0x55"));
+        addHex("ID locations", "hex-id-locations", filled("0x200000", "0x200008", "0x55"));
+        addHex("EEPROM data", "hex-eeprom", filled("0xF00000", "0xF00010", "0x55"));
         const QByteArray config = hexRecord(0, QByteArray("\x00\x30", 2), 4);
-        addHex("CONFIG7H alone", "error", "starting at 0x30000D", config + hexRecord(0x0D, "\x40") + hexEnd,
+        addHex("CONFIG7H alone", "hex-config-late", config + hexRecord(0x0D, "\x40") + hexEnd,
                config + hexRecord(0x0C, "\x0F\x40") + hexEnd);
-        addHex("configuration bits that do not exist", "warning", "do not exist at 0x300000",
+        addHex("configuration bits that do not exist", "hex-config-bits",
                filled("0x300000", "0x300002", "0xFF"), filled("0x300001", "0x300002", "0x02"));
-        addHex("address past 4 GiB", "warning", "runs past 0xFFFFFFFF",
+        addHex("address past 4 GiB", "hex-outside-memory",
                hexRecord(0, "\xFF\xFF", 4) + hexRecord(0xFFFE, "\x01\x02\x03\x04") + hexEnd);
-        addHex("byte programmed twice", "error", "already programmed",
+        addHex("byte programmed twice", "hex-verify-fails",
                hexRecord(0x100, QByteArray("\x00\x00", 2)) + hexRecord(0x100, "\x01\x01") + hexEnd,
                hexRecord(0x100, QByteArray("\x00\x00", 2)) + hexRecord(0x102, "\x01\x01") + hexEnd);
     }
@@ -176,13 +201,14 @@ private slots:
     void rule()
     {
         QFETCH(Rule, r);
-        const QString name = QString(QTest::currentDataTag()).replace(' ', '-');
+        const QString name =
+            QString(QTest::currentDataTag()).replace(QRegularExpression("[^A-Za-z0-9]"), "-");
         const QString faulty = m_base.pack(m_base.variant(name, r.config, r.files),
                                            "FaultyM_firmware_update_" + name + ".tar.bz2");
         QVERIFY(!faulty.isEmpty());
         const Lint found = lint(faulty);
-        QVERIFY2(found.has(r.severity, r.line, r.text), qPrintable(found.text));
-        QCOMPARE(found.exitCode, found.findings.filter(QRegularExpression("^error:")).isEmpty() ? 0 : 1);
+        QVERIFY2(found.has(r.rule, r.line), qPrintable(found.text));
+        QCOMPARE(found.exitCode, found.findings.filter(QRegularExpression(":error$")).isEmpty() ? 0 : 1);
         const QString clean = m_base.pack(m_base.variant(name + "-clean", r.cleanConfig, r.cleanFiles),
                                           "CleanM_firmware_update_" + name + ".tar.bz2");
         QCOMPARE(lint(clean).problems(), QString());
@@ -192,39 +218,190 @@ private slots:
     {
         const QString folder =
             m_base.variant("human", withLine(1, "APP: /mainApp") + "ESA_M_EEP:/e.bin\n", {{"e.bin", {"e"}}});
-        const Run r = run(tool, {"lint", folder});
+        const Run r = run(tool, {"lint", folder, "--profile", testProfile});
         QCOMPARE(r.exitCode, 1);
-        QCOMPARE(r.out,
-                 folder +
-                     ":1: error: [APP: /mainApp] the argument holds a blank or a quote: the target "
-                     "command line is split there, so the command gets the wrong arguments; remove it\n" +
-                     folder +
-                     ":7: error: [ESA_M_EEP:/e.bin] every ESA line fails in this updater: ESA "
-                     "loading is switched off (\"Failed - AVR updates not enabled\"); load the "
-                     "board another way and remove the line\n" +
-                     folder + ": 2 errors, 0 warnings in 7 commands\n");
+        QCOMPARE(
+            r.out,
+            folder +
+                ":1: error: arg-blank: [APP: /mainApp] \"cp /tmp/firmware_update /mainApp /home/mainApp\" "
+                "fails: cp: target '/home/mainApp': Not a directory\n" +
+                folder +
+                ":7: error: esa-disabled: [ESA_M_EEP:/e.bin] every ESA line fails in this updater: ESA "
+                "loading is switched off (\"Failed - AVR updates not enabled\"); load the "
+                "board another way and remove the line\n" +
+                folder + ": 2 errors, 0 warnings in 7 commands\n");
+    }
+
+    // A HEX file full of data the programmer passes over: every record is a finding in JSON, of one
+    // severity, and the human output names a few and counts the rest.
+    void repeatedFindingsAreAllInJsonAndCountedInText()
+    {
+        const QByteArray above = filled("0x10000", "0x10200", "0x55"); // 16 records above 64 KB
+        const QString folder = m_base.variant("repeats", baseConfig, {{"board.hex", {above}}});
+        const Lint found = lint(folder);
+        QCOMPARE(found.count("hex-outside-memory"), 16);
+        QCOMPARE(found.findings.filter(":warning").filter("hex-outside-memory").size(), 0);
+        QCOMPARE(found.json.value("schema").toInt(), 1);
+        QCOMPARE(found.json.value("counts").toObject().value("errors").toInt(), 16);
+        const Run text = run(tool, {"lint", folder, "--profile", testProfile});
+        QCOMPARE(text.out.count(": error: hex-outside-memory: "), 4); // three shown, then the count
+        QVERIFY2(text.out.contains(":6: error: hex-outside-memory: and 13 more like this"),
+                 qPrintable(text.out));
+    }
+
+    // Every rule a finding can name is listed, once, with its severity and a sentence.
+    void rulesAreListed()
+    {
+        const Run r = run(tool, {"rules", "--json"});
+        QCOMPARE(r.exitCode, 0);
+        QSet<QString> ids;
+        for (const QJsonValue v : QJsonDocument::fromJson(r.out.toUtf8()).object().value("rules").toArray()) {
+            const QJsonObject o = v.toObject();
+            QVERIFY2(!ids.contains(o.value("id").toString()), qPrintable(o.value("id").toString()));
+            ids.insert(o.value("id").toString());
+            QVERIFY(QStringList({"error", "warning"}).contains(o.value("severity").toString()));
+            QVERIFY(o.value("sentence").toString().endsWith('.'));
+        }
+        QVERIFY(ids.contains("pic-folder-hangs") && ids.contains("arg-trailing-slash"));
+        // The ids this test program expects are all there.
+        QTest::setMainSourcePath(__FILE__);
+        const QString source = QString::fromUtf8(readAll(QFINDTESTDATA("tst_packagetool.cpp")));
+        const QRegularExpression quoted(
+            "\"((?:hex|arg|cp|rm|tar|exec|script|pic|line|keyword|package|payload|"
+            "command|system|remount|root|kernel|image|esa)-[a-z0-9-]+)\"");
+        for (auto it = quoted.globalMatch(source); it.hasNext();) {
+            const QString id = it.next().captured(1);
+            QVERIFY2(ids.contains(id), qPrintable(id + " is not listed by update-package rules"));
+        }
+    }
+
+    // The name the updater's tar command is built from: a blank splits it (lint says so, build refuses).
+    void blankInTheArchiveName()
+    {
+        const QString packed = m_base.pack(m_base.base, "Orsina M_firmware_update 5.3.tar.bz2");
+        QVERIFY(!packed.isEmpty());
+        const Lint found = lint(packed);
+        QVERIFY2(found.has("package-name-blank", 0), qPrintable(found.text));
+        QCOMPARE(found.exitCode, 1);
+        QTemporaryDir out;
+        const Run build =
+            run(tool, {"build", m_base.base, "-o", out.path() + "/Orsina M_firmware_update 5.3.tar.bz2",
+                       "--profile", testProfile});
+        QCOMPARE(build.exitCode, 1);
+        QVERIFY2(build.err.contains("package-name-blank"), qPrintable(build.err));
     }
 
     void inspectNamesTheTargetCommandsAndThePayloads()
     {
         const QString folder = m_base.variant("inspect", "SYSTEM:SDCARD\n" + baseConfig, {});
-        const Run r = run(tool, {"inspect", folder, "--json"});
+        const Run r = run(tool, {"inspect", folder, "--json", "--profile", testProfile});
         QCOMPARE(r.exitCode, 0);
-        const QJsonArray commands =
-            QJsonDocument::fromJson(r.out.toUtf8()).object().value("commands").toArray();
+        const QJsonObject report = QJsonDocument::fromJson(r.out.toUtf8()).object();
+        QCOMPARE(report.value("schema").toInt(), 1);
+        const QJsonArray commands = report.value("commands").toArray();
         QCOMPARE(commands.size(), 7);
-        const QJsonObject kernel = commands[3].toObject();
-        QCOMPARE(kernel.value("runs").toArray(),
-                 QJsonArray{"sdimage -f /tmp/firmware_update/uImage -d /dev/mmcblk0"});
-        const QByteArray image = readAll(folder + "/uImage");
-        QCOMPARE(kernel.value("payload").toObject().value("sha256").toString(),
-                 QString(QCryptographicHash::hash(image, QCryptographicHash::Sha256).toHex()));
-        QCOMPARE(commands[1].toObject().value("runs").toArray(),
-                 (QJsonArray{"mount / -o remount,rw", "cp /tmp/firmware_update/mainApp /home/mainApp"}));
+        const QJsonArray kernel = commands[3].toObject().value("events").toArray();
+        QCOMPARE(kernel[1].toObject().value("run").toString(),
+                 QString("sdimage -f /tmp/firmware_update/uImage -d /dev/mmcblk0"));
+        const QJsonObject app = commands[1].toObject();
+        QCOMPARE(app.value("events").toArray()[2].toObject().value("run").toString(),
+                 QString("cp /tmp/firmware_update/mainApp /home/mainApp"));
+        const QJsonObject written = app.value("writes").toArray().first().toObject();
+        QCOMPARE(written.value("path").toString(), QString("/home/mainApp"));
+        QCOMPARE(written.value("mode").toString(), QString("0755"));
+        QCOMPARE(
+            written.value("sha256").toString(),
+            QString(
+                QCryptographicHash::hash(readAll(folder + "/mainApp"), QCryptographicHash::Sha256).toHex()));
         const QJsonObject pic = commands[6].toObject().value("pic").toObject();
-        QCOMPARE(pic.value("programmed").toArray().first().toString(), QString("0x0000-0x0003"));
-        QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x300001 CONFIG1H = 0x02")));
-        QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x30000D CONFIG7H = 0x40")));
+        QVERIFY(pic.value("programmed").toString().startsWith("0x0000-0x0003"));
+        QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x300001 = 0x02")));
+        QCOMPARE(report.value("end").toString(), QString("complete"));
+    }
+
+    // The comparison on a snapshot made from the prediction itself, then changed in one place: exactly one
+    // difference, on the line that place belongs to (the alignment keeps the other lines agreeing).
+    void comparisonKeysDifferencesByLine_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::addColumn<QString>("expected"); // "LINE WHAT", empty: agrees
+        QTest::newRow("none") << ""
+                              << "";
+        QTest::newRow("a command's exit") << "exit cp /tmp/firmware_update/etc/x.conf /etc/x.conf"
+                                          << "2 exit";
+        QTest::newRow("an extra red line") << "red after nandwrite"
+                                           << "3 view";
+        QTest::newRow("a missing view line") << "drop Updating Linux modules with: /modules.tar"
+                                             << "4 view";
+        QTest::newRow("the mode of /") << "root / 0700"
+                                       << "0 root";
+        QTest::newRow("the application's content") << "root /home/mainApp content"
+                                                   << "1 root";
+        QTest::newRow("a PIC flash byte") << "pic"
+                                          << "6 pic";
+        QTest::newRow("a partition") << "partition"
+                                     << "3 partition";
+        QTest::newRow("the technician's F1 after the end") << "after the end"
+                                                           << "";
+    }
+
+    void comparisonKeysDifferencesByLine()
+    {
+        QFETCH(QString, change);
+        QFETCH(QString, expected);
+        QString error;
+        const auto pkg = package::read(m_base.base, error);
+        const auto instrument = profile::read(testProfile, error);
+        QVERIFY2(pkg && instrument, qPrintable(error));
+        const predict::Prediction p = predict::predict(*pkg, *instrument);
+        QCOMPARE(p.end, predict::End::Complete);
+
+        state::Snapshot s;
+        s.ended = true;
+        for (const predict::Event& e : p.events) {
+            if (e.type == predict::Event::Type::View) {
+                if (change != "drop " + e.text)
+                    s.trace << "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+            } else if (e.traced) {
+                s.trace << "run " + e.text
+                        << QString("exit %1").arg(e.exit == predict::Exit::Success ? 0 : 1);
+                if (change == "exit " + e.text)
+                    s.trace.back() = "exit 1";
+                if (change == "red after nandwrite" && e.text.startsWith("nandwrite"))
+                    s.trace << "view red Failed - something";
+            }
+        }
+        for (auto it = p.root->changed().begin(); it != p.root->changed().end(); ++it) {
+            const rootfs::Node node = p.root->at(it.key());
+            state::Node n;
+            n.path = it.key();
+            n.removed = !node;
+            if (node)
+                n = {it.key(),  false,      node->kind,   node->mode,  node->uid,
+                     node->gid, node->size, node->target, node->sha256};
+            if (change == "root /home/mainApp content" && n.path == "/home/mainApp")
+                n.sha256 = QByteArray(32, 'x');
+            s.root << n;
+        }
+        if (change == "after the end")
+            s.trace << "run umount /mnt/update"
+                    << "exit 32";
+        if (change == "root / 0700")
+            s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}});
+        for (auto it = p.partitions.begin(); it != p.partitions.end(); ++it)
+            s.partitions.insert(it.key(), it->content);
+        if (change == "partition")
+            s.partitions["/dev/mtd0"][10] = 'X';
+        s.picFlash = p.pic.flash;
+        s.picConfig = p.pic.config;
+        if (change == "pic")
+            s.picFlash[0x100] = 0;
+
+        const compare::Result result = compare::compare(p, s);
+        QStringList found;
+        for (const compare::Difference& d : result.differences)
+            found << QString("%1 %2").arg(d.line).arg(d.what);
+        QCOMPARE(found.join(", "), expected);
     }
 
     void buildRefuses_data()
@@ -249,7 +426,8 @@ private slots:
         if (!r.shell.isEmpty())
             QCOMPARE(run("sh", {"-c", r.shell}, folder).exitCode, 0);
         QTemporaryDir out;
-        const Run build = run(tool, {"build", folder, "-o", out.path() + '/' + r.name});
+        const Run build =
+            run(tool, {"build", folder, "-o", out.path() + '/' + r.name, "--profile", testProfile});
         QCOMPARE(build.exitCode, 1);
         QVERIFY2(build.err.contains(r.message), qPrintable(build.err));
         QCOMPARE(listing(out.path()), QString(".\n")); // no package, no temporary file
@@ -276,21 +454,20 @@ private slots:
                "open('$in', 'wb').write(bz2.compress(t.tobuf(tarfile.GNU_FORMAT)))\""
             << 2 << "truncated or corrupt archive inside entry 'firmware_update/big.bin'";
         QTest::newRow("2 GiB sparse entry")
-            << tree + "truncate -s 2G firmware_update/big.bin; tar -S -cjf $in firmware_update" << 1
-            << "firmware_update/big.bin is 2.0 GiB";
-        QTest::newRow("no command list") << "mkdir firmware_update; echo x > firmware_update/a; " + pkg << 1
-                                         << "no firmware_update/update_config";
+            << tree + "truncate -s 2G firmware_update/big.bin; tar -S -cjf $in firmware_update" << 0
+            << "package-large-member";
+        QTest::newRow("no command list")
+            << "mkdir firmware_update; echo x > firmware_update/a; " + pkg << 1 << "command-list-missing";
         QTest::newRow("entry climbing out")
             << tree + "tar -cjf $in --transform 's,^firmware_update/a$,firmware_update/../../a,' "
                       "firmware_update"
-            << 1 << "climbs out of the folder";
-        QTest::newRow("absolute entry")
-            << tree + "tar -cjPf $in firmware_update $PWD/firmware_update/a" << 0 << "has an absolute name";
+            << 1 << "tar-member-dotdot";
+        QTest::newRow("absolute entry") << tree + "tar -cjPf $in firmware_update $PWD/firmware_update/a" << 0
+                                        << "package-member-absolute";
         QTest::newRow("entry outside firmware_update")
-            << tree + "echo x > extra; tar -cjf $in firmware_update extra" << 0
-            << "lies outside firmware_update/";
+            << tree + "echo x > extra; tar -cjf $in firmware_update extra" << 0 << "package-member-outside";
         QTest::newRow("gzip instead of bzip2")
-            << tree + "tar -czf $in firmware_update" << 0 << "compressed with gzip";
+            << tree + "tar -czf $in firmware_update" << 0 << "package-compression";
     }
 
     void badInput()
@@ -302,7 +479,7 @@ private slots:
         const QString input = "XM_firmware_update_1.tar.bz2";
         QCOMPARE(run("bash", {"-c", "set -e; in=" + input + "; " + make}, work.path()).exitCode, 0);
         const QString before = listing(work.path());
-        const Run r = run(tool, {"lint", work.path() + '/' + input});
+        const Run r = run(tool, {"lint", work.path() + '/' + input, "--profile", testProfile});
         QVERIFY2(r.exitCode == exitCode,
                  qPrintable(QString("exit %1: %2%3").arg(r.exitCode).arg(r.out, r.err)));
         QVERIFY2((r.out + r.err).contains(message), qPrintable(r.out + r.err));

@@ -138,6 +138,16 @@ std::optional<Profile> read(const QString& file, QString& error)
             if (!ok || f.size() > 8)
                 return bad(QStringLiteral("too many fields or a bad escape in '%1'").arg(line));
             p.entries.insert(e.path, e);
+        } else if (key == QLatin1String("mount")) {
+            if (f.size() != 3 || !f[1].startsWith('/') ||
+                (f[2] != QLatin1String("ro") && f[2] != QLatin1String("rw")))
+                return bad(QStringLiteral("a mount is 'mount PATH ro|rw'"));
+            p.mounts.insert(unescapePath(f[1]), f[2] == QLatin1String("rw"));
+        } else if (key == QLatin1String("user") || key == QLatin1String("group")) {
+            qint64 id = 0;
+            if (f.size() != 3 || !toNumber(f[2], id))
+                return bad(QStringLiteral("'%1' is '%1 NAME ID'").arg(key));
+            (key == QLatin1String("user") ? p.users : p.groups).insert(f[1], uint(id));
         } else if (key == QLatin1String("partition")) {
             qint64 size = 0;
             if (f.size() != 3 || !f[1].startsWith(QLatin1String("/dev/")) || !toNumber(f[2], size))
@@ -156,10 +166,21 @@ std::optional<Profile> read(const QString& file, QString& error)
             p.elfClass = int(v);
         } else if (key == QLatin1String("float-abi")) {
             p.floatAbi = f[1];
+        } else if (key == QLatin1String("library-path")) {
+            p.libraryPaths << unescapePath(f[1]);
         } else if (key == QLatin1String("loader")) {
             p.loader = f[1];
         } else if (key == QLatin1String("updater")) {
             p.updater = f[1];
+        } else if (key == QLatin1String("umask")) {
+            qint64 v = 0;
+            if (!toNumber(f[1], v, 8) || v > 0777)
+                return bad(QStringLiteral("umask is an octal mode such as 0022"));
+            p.umask = uint(v);
+        } else if (key == QLatin1String("boots-from")) {
+            if (f[1] != QLatin1String("nand") && f[1] != QLatin1String("sdcard"))
+                return bad(QStringLiteral("boots-from is nand or sdcard"));
+            p.bootsFromNand = f[1] == QLatin1String("nand");
         } else if (key == QLatin1String("nand-page") || key == QLatin1String("nand-erase-block")) {
             qint64 v = 0;
             if (!toNumber(f[1], v) || v == 0)
@@ -173,6 +194,14 @@ std::optional<Profile> read(const QString& file, QString& error)
         error = QStringLiteral("%1: empty, not an instrument profile").arg(file);
         return std::nullopt;
     }
+    // The instrument's root is mounted read-only and /tmp is a memory file system, unless the profile says
+    // more.
+    if (!p.mounts.contains(QStringLiteral("/")))
+        p.mounts.insert(QStringLiteral("/"), false);
+    if (!p.mounts.contains(QStringLiteral("/tmp")))
+        p.mounts.insert(QStringLiteral("/tmp"), true);
+    p.users.insert(QStringLiteral("root"), 0);
+    p.groups.insert(QStringLiteral("root"), 0);
     if (!p.find(QStringLiteral("/"))) {
         error = QStringLiteral("%1: the listing has no entry for '/'").arg(file);
         return std::nullopt;

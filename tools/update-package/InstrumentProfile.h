@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 #include <optional>
 
 namespace profile {
@@ -36,14 +37,20 @@ struct Profile
 {
     QString origin; // the file it was read from
     QString kernelRelease;
-    QString machine;  // ELF machine: "arm", "aarch64", "x86-64", "i386"
-    int elfClass = 0; // 32 or 64
-    QString floatAbi; // "hard", "soft" (ARM only), "" elsewhere
-    QString loader;   // dynamic loader of the instrument's programs
-    QString updater;  // where the updater program is installed
+    QString machine;          // ELF machine: "arm", "aarch64", "x86-64", "i386"
+    int elfClass = 0;         // 32 or 64
+    QString floatAbi;         // "hard", "soft" (ARM only), "" elsewhere
+    QString loader;           // dynamic loader of the instrument's programs
+    QStringList libraryPaths; // folders the loader takes the programs' libraries from
+    QString updater;          // where the updater program is installed
     qint64 nandPage = 0, nandEraseBlock = 0;
     QMap<QString, qint64> partitions; // device path -> size in bytes
     QHash<QString, Entry> entries;    // by path
+    // What the updater's commands meet beyond the listing (each has a default when the profile is silent).
+    QMap<QString, bool> mounts;        // mount point -> writable; "/" is read-only until remounted
+    uint umask = 022;                  // the updater's umask, which new files of cp get
+    bool bootsFromNand = true;         // "mount ubi0:rootfs -o remount,rw" finds the root only then
+    QMap<QString, uint> users, groups; // names tar maps an archive's owners by (root is 0)
 
     // The entry at exactly this path, links not followed; nullptr when the instrument has none.
     const Entry* find(const QString& path) const;

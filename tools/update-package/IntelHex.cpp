@@ -58,13 +58,15 @@ File parse(const QByteArray& text)
         ++lineNumber;
         if (line.endsWith('\r'))
             line.chop(1);
-        auto problem = [&](const QString& message) { file.problems.push_back({lineNumber, message}); };
+        auto problem = [&](const char* rule, const QString& message) {
+            file.problems.push_back({lineNumber, QLatin1String(rule), message});
+        };
         if (line.isEmpty()) {
-            problem(QStringLiteral("empty line"));
+            problem("hex-empty-line", QStringLiteral("empty line"));
             continue;
         }
         if (line[0] != ':') {
-            problem(QStringLiteral("not a record: it does not begin with ':'"));
+            problem("hex-malformed", QStringLiteral("not a record: it does not begin with ':'"));
             continue;
         }
         QByteArray bytes;
@@ -76,12 +78,14 @@ File parse(const QByteArray& text)
         }
         if (!digits || bytes.size() < 5) {
             problem(
+                "hex-malformed",
                 QStringLiteral("malformed record: not an even number of hex digits after ':' or too short"));
             continue;
         }
         const int count = quint8(bytes[0]);
         if (bytes.size() != count + 5) {
-            problem(QStringLiteral("malformed record: the length field says %1 data bytes, the line holds %2")
+            problem("hex-malformed",
+                    QStringLiteral("malformed record: the length field says %1 data bytes, the line holds %2")
                         .arg(count)
                         .arg(bytes.size() - 5));
             continue;
@@ -97,21 +101,23 @@ File parse(const QByteArray& text)
         const quint8 expected = quint8(-sum);
         record.checksumOk = expected == quint8(bytes.back());
         if (!record.checksumOk)
-            problem(QStringLiteral("bad checksum %1 (the record's bytes give %2)")
-                        .arg(hexNumber(quint8(bytes.back()), 2), hexNumber(expected, 2)));
+            problem("hex-checksum", QStringLiteral("bad checksum %1 (the record's bytes give %2)")
+                                        .arg(hexNumber(quint8(bytes.back()), 2), hexNumber(expected, 2)));
         if (record.type > StartLinearAddress)
-            problem(QStringLiteral("unknown record type %1").arg(hexNumber(record.type, 2)));
+            problem("hex-record-type",
+                    QStringLiteral("unknown record type %1").arg(hexNumber(record.type, 2)));
         const QString shape = shapeProblem(record);
         if (!shape.isEmpty())
-            problem(shape);
+            problem("hex-malformed", shape);
         if (ended)
-            problem(QStringLiteral("record after the end-of-file record"));
+            problem("hex-after-end", QStringLiteral("record after the end-of-file record"));
         if (record.type == EndOfFile)
             ended = true;
         file.records.push_back(record);
     }
     if (!ended)
-        file.problems.push_back({0, QStringLiteral("no end-of-file record: the file may be cut short")});
+        file.problems.push_back({0, QStringLiteral("hex-no-end"),
+                                 QStringLiteral("no end-of-file record: the file may be cut short")});
     return file;
 }
 

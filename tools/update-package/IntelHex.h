@@ -31,6 +31,7 @@ struct Record
 struct Problem
 {
     int line = 0; // 0: the file as a whole
+    QString rule; // the lint rule it falls under
     QString message;
 };
 

@@ -83,12 +83,62 @@ bool readData(archive* a, Entry& entry, QString& error)
     return true;
 }
 
-std::optional<Package> readArchive(const QString& path, QString& error)
+// Reads the entries of an opened archive; `pkg` keeps what was read when it fails.
+bool readEntries(archive* a, const QString& path, Package& pkg, QString& error)
+{
+    archive_entry* header = nullptr;
+    for (;;) {
+        const int r = archive_read_next_header(a, &header);
+        if (r == ARCHIVE_EOF)
+            break;
+        if (r < ARCHIVE_WARN) {
+            const QString where =
+                pkg.entries.empty()
+                    ? QStringLiteral("not a tar archive")
+                    : QStringLiteral("truncated or corrupt after entry '%1'").arg(pkg.entries.back().name);
+            error =
+                QStringLiteral("%1: %2 (%3)").arg(path, where, QString::fromUtf8(archive_error_string(a)));
+            return false;
+        }
+        if (pkg.entries.empty())
+            pkg.compression = QString::fromUtf8(archive_filter_name(a, 0));
+        Entry entry;
+        entry.rawName = QString::fromUtf8(archive_entry_pathname(header));
+        entry.name = normalised(entry.rawName);
+        const bool hardlink = archive_entry_hardlink(header) != nullptr;
+        entry.type = typeOf(archive_entry_filetype(header), hardlink);
+        entry.mode = int(archive_entry_perm(header));
+        entry.size = archive_entry_size(header);
+        entry.uid = uint(archive_entry_uid(header));
+        entry.gid = uint(archive_entry_gid(header));
+        entry.uname = QString::fromUtf8(archive_entry_uname(header));
+        entry.gname = QString::fromUtf8(archive_entry_gname(header));
+        if (hardlink)
+            entry.link = normalised(QString::fromUtf8(archive_entry_hardlink(header)));
+        else if (const char* target = archive_entry_symlink(header))
+            entry.link = QString::fromUtf8(target);
+        if (entry.type == EntryType::File && !readData(a, entry, error)) {
+            error = QStringLiteral("%1: truncated or corrupt archive inside entry '%2' (%3)")
+                        .arg(path, entry.name, error);
+            return false;
+        }
+        pkg.entries.push_back(std::move(entry));
+    }
+    return true;
+}
+
+ArchiveReader tarReader()
 {
     ArchiveReader a(archive_read_new(), archive_read_free);
     archive_read_support_filter_all(a.get());
     archive_read_support_format_tar(a.get());
     archive_read_support_format_gnutar(a.get());
+    return a;
+}
+
+std::optional<Package> readArchive(const QString& path, QString& error)
+{
+    ArchiveReader a = tarReader();
     if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) != ARCHIVE_OK) {
         error = QStringLiteral("%1: not a readable tar archive: %2")
                     .arg(path, QString::fromUtf8(archive_error_string(a.get())));
@@ -97,39 +147,8 @@ std::optional<Package> readArchive(const QString& path, QString& error)
     Package pkg;
     pkg.origin = path;
     pkg.fileName = QFileInfo(path).fileName();
-    archive_entry* header = nullptr;
-    for (;;) {
-        const int r = archive_read_next_header(a.get(), &header);
-        if (r == ARCHIVE_EOF)
-            break;
-        if (r < ARCHIVE_WARN) {
-            const QString where =
-                pkg.entries.empty()
-                    ? QStringLiteral("not a tar archive")
-                    : QStringLiteral("truncated or corrupt after entry '%1'").arg(pkg.entries.back().name);
-            error = QStringLiteral("%1: %2 (%3)")
-                        .arg(path, where, QString::fromUtf8(archive_error_string(a.get())));
-            return std::nullopt;
-        }
-        if (pkg.entries.empty())
-            pkg.compression = QString::fromUtf8(archive_filter_name(a.get(), 0));
-        Entry entry;
-        entry.name = normalised(QString::fromUtf8(archive_entry_pathname(header)));
-        const bool hardlink = archive_entry_hardlink(header) != nullptr;
-        entry.type = typeOf(archive_entry_filetype(header), hardlink);
-        entry.mode = int(archive_entry_perm(header));
-        entry.size = archive_entry_size(header);
-        if (hardlink)
-            entry.link = normalised(QString::fromUtf8(archive_entry_hardlink(header)));
-        else if (const char* target = archive_entry_symlink(header))
-            entry.link = QString::fromUtf8(target);
-        if (entry.type == EntryType::File && !readData(a.get(), entry, error)) {
-            error = QStringLiteral("%1: truncated or corrupt archive inside entry '%2' (%3)")
-                        .arg(path, entry.name, error);
-            return std::nullopt;
-        }
-        pkg.entries.push_back(std::move(entry));
-    }
+    if (!readEntries(a.get(), path, pkg, error))
+        return std::nullopt;
     if (pkg.entries.empty()) {
         error = QStringLiteral("%1: not an archive, or an empty one: it holds no entries").arg(path);
         return std::nullopt;
@@ -145,7 +164,13 @@ std::optional<Package> readFolder(const QString& path, QString& error)
     pkg.origin = path;
     pkg.folder = true;
     pkg.compression = QStringLiteral("bzip2");
-    pkg.entries.push_back({topFolder, EntryType::Directory, 0755, 0, {}, {}, {}});
+    Entry top;
+    top.name = top.rawName = topFolder + '/';
+    top.name = topFolder;
+    top.type = EntryType::Directory;
+    top.mode = 0755;
+    top.uname = top.gname = QStringLiteral("root");
+    pkg.entries.push_back(top);
     const QDir root(QFileInfo(path).absoluteFilePath());
     QDirIterator it(root.path(), QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                     QDirIterator::Subdirectories);
@@ -164,6 +189,8 @@ std::optional<Package> readFolder(const QString& path, QString& error)
         Entry entry;
         entry.name = topFolder + '/' + root.relativeFilePath(file);
         entry.type = typeOf(st.st_mode, false);
+        entry.rawName = entry.name + (entry.type == EntryType::Directory ? QStringLiteral("/") : QString());
+        entry.uname = entry.gname = QStringLiteral("root"); // what build writes
         entry.mode = int(st.st_mode & 07777);
         entry.size = entry.type == EntryType::File ? qint64(st.st_size) : 0;
         if (entry.type == EntryType::Symlink) {
@@ -197,6 +224,24 @@ la_ssize_t writeToSaveFile(archive*, void* client, const void* buffer, size_t le
 }
 
 } // namespace
+
+std::optional<Package> readBytes(const QByteArray& data, QString& error, Package* partial)
+{
+    ArchiveReader a = tarReader();
+    Package pkg;
+    if (archive_read_open_memory(a.get(), data.constData(), size_t(data.size())) != ARCHIVE_OK) {
+        error = QString::fromUtf8(archive_error_string(a.get()));
+        return std::nullopt;
+    }
+    const bool ok = readEntries(a.get(), QStringLiteral("archive"), pkg, error);
+    if (ok && pkg.entries.empty())
+        error = QStringLiteral("no entries");
+    if (ok && !pkg.entries.empty())
+        return pkg;
+    if (partial)
+        *partial = std::move(pkg);
+    return std::nullopt;
+}
 
 const Entry* Package::find(const QString& name) const
 {

@@ -25,11 +25,14 @@ enum class EntryType
 
 struct Entry
 {
-    QString name; // as stored, e.g. "firmware_update/etc/x.conf" ("./" and a trailing "/" dropped)
+    QString name;    // as stored, e.g. "firmware_update/etc/x.conf" ("./" and a trailing "/" dropped)
+    QString rawName; // exactly as stored (tar's own handling of "./", "/" and ".." starts from it)
     EntryType type = EntryType::File;
     int mode = 0; // permission bits
     qint64 size = 0;
-    QString link;    // target of a link
+    QString link; // target of a link
+    uint uid = 0, gid = 0;
+    QString uname, gname;
     QByteArray data; // the contents, when size <= keepLimit
     QByteArray sha256;
     bool kept() const { return type == EntryType::File && size <= keepLimit; }
@@ -46,6 +49,11 @@ struct Package
     // The entry of a path inside the archive, e.g. "firmware_update/board.hex".
     const Entry* find(const QString& name) const;
 };
+
+// Reads a tar archive held in memory (any compression tar detects), e.g. a modules archive inside a
+// package. On failure returns nothing and sets `error`; `partial`, when given, keeps the entries read
+// before the failure (tar extracts those before it stops).
+std::optional<Package> readBytes(const QByteArray& data, QString& error, Package* partial = nullptr);
 
 // Reads an archive or a folder (the folder stands for firmware_update/). On failure returns nothing and
 // sets `error` to a message that says what is wrong and where.

@@ -1,11 +1,18 @@
 #include "Preview.h"
 
+#include "Compare.h"
+#if __has_include("VirtualInstrument.h")
+#include "VirtualInstrument.h"
+#define PREVIEW_RUNS_THE_INSTRUMENT 1
+#endif
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTextStream>
 #include <cstdio>
 
@@ -19,23 +26,13 @@ QString trimmedEnd(QString text)
     return text;
 }
 
-QString firstLine(const QString& text)
-{
-    return trimmedEnd(text.section(QLatin1Char('\n'), 0, 0));
-}
-
-bool isFailureLine(const QString& line)
-{
-    return line.startsWith(QLatin1String("Failed - ")) || line == grammar::picEraseError;
-}
-
-bool isPercentage(const QString& line)
+[[maybe_unused]] bool isPercentage(const QString& line)
 {
     static const QRegularExpression percent(QStringLiteral("^\\d+%\\s*$"));
     return percent.match(line).hasMatch();
 }
 
-QString readText(const QString& path)
+[[maybe_unused]] QString readText(const QString& path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
@@ -93,84 +90,7 @@ private:
     int m_percentStep = -1;
 };
 
-// The models' line about one command in verify-update's report.
-QString modelsSay(const QString& verify, const QString& command)
-{
-    if (command.isEmpty())
-        return QString();
-    for (const QString& line : verify.split(QLatin1Char('\n'))) {
-        const QString text = line.trimmed();
-        const int at = text.indexOf(command + QLatin1String(": "));
-        if (at > 0 && text.left(at).trimmed().size() <= 7)
-            return text;
-    }
-    return QString();
-}
-
 } // namespace
-
-bool Agreement::agrees() const
-{
-    return endAgrees &&
-           std::all_of(lines.begin(), lines.end(), [](const LineVerdict& l) { return l.agrees; });
-}
-
-Agreement compare(const model::Analysis& analysis, const QString& viewText)
-{
-    Agreement result;
-    const QStringList view = viewText.split(QLatin1Char('\n'));
-    for (int i = view.size() - 1; i >= 0 && result.endSeen.isEmpty(); --i)
-        result.endSeen = trimmedEnd(view[i]);
-    result.endExpected = analysis.expectedEnd();
-    result.endAgrees = !result.endExpected.isEmpty() && result.endSeen.startsWith(result.endExpected);
-    if (!analysis.packageStop.isEmpty())
-        return result;
-
-    // After "Command list: " the updater echoes every line once; the commands' own lines follow.
-    int cursor = view.indexOf(QStringLiteral("Command list: "));
-    cursor = cursor < 0 ? view.size() : cursor + 1 + analysis.lines.size();
-    QVector<int> heads;
-    for (const model::Line& line : analysis.lines) {
-        int found = -1;
-        for (int j = cursor; j < view.size() && found < 0; ++j) {
-            if (trimmedEnd(view[j]) == firstLine(line.head) ||
-                (line.headIsFailure && view[j].simplified() == line.head.simplified()))
-                found = j;
-        }
-        heads << found;
-        if (found >= 0)
-            cursor = found + 1;
-    }
-    int finalising = view.lastIndexOf(trimmedEnd(grammar::finalising));
-    if (finalising < 0)
-        finalising = view.size();
-    for (int i = 0; i < analysis.lines.size(); ++i) {
-        const model::Line& line = analysis.lines[i];
-        LineVerdict verdict;
-        verdict.line = line.number;
-        verdict.command = line.text;
-        verdict.headSeen = heads[i] >= 0;
-        // Red lines are HTML paragraphs: the view shows their blanks and line breaks collapsed.
-        for (const QString& failure : line.failures)
-            verdict.failuresExpected << failure.simplified();
-        if (verdict.headSeen) {
-            int end = finalising;
-            for (int k = i + 1; k < heads.size(); ++k) {
-                if (heads[k] >= 0) {
-                    end = heads[k];
-                    break;
-                }
-            }
-            for (int j = heads[i] + 1; j < end; ++j) {
-                if (isFailureLine(view[j].simplified()))
-                    verdict.failuresSeen << view[j].simplified();
-            }
-        }
-        verdict.agrees = verdict.headSeen && verdict.failuresSeen == verdict.failuresExpected;
-        result.lines << verdict;
-    }
-    return result;
-}
 
 QString repoDir()
 {
@@ -183,7 +103,51 @@ QString defaultBuildDir()
     return fromEnv.isEmpty() ? QStringLiteral(PROJECT_BINARY_DIR) : fromEnv;
 }
 
-int run(const Options& options, const model::Analysis& analysis)
+#ifdef PREVIEW_RUNS_THE_INSTRUMENT
+// The package on the virtual instrument, then the prediction against what it shows and holds.
+int run(const Options& options, const predict::Prediction& prediction)
+{
+    QDir().mkpath(options.out);
+    const QString out = QFileInfo(options.out).absoluteFilePath();
+    print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
+              .arg(prediction.packageName, options.pcJob ? "PC" : "memory-stick", out));
+    instrument::Job job;
+    job.package = QFileInfo(options.package).absoluteFilePath();
+    job.pcJob = options.pcJob;
+    job.profile = options.profile;
+    job.outDir = out;
+    if (prediction.end == predict::End::Hang)
+        job.timeoutSeconds =
+            120; // the prediction is that it never ends: wait long enough to see the PIC erased
+    QString error;
+    const auto snapshot = instrument::run(job, error);
+    if (!snapshot) {
+        print(QStringLiteral("preview: the package could not be run: %1").arg(error));
+        return 2;
+    }
+    print(QStringLiteral("\n== the message view at the end of the job"));
+    print(trimmedEnd(snapshot->view));
+    const compare::Result result = compare::compare(prediction, *snapshot);
+    print(QStringLiteral("\n== the prediction against the instrument, line by line"));
+    QSet<int> differing;
+    for (const compare::Difference& d : result.differences)
+        differing.insert(d.line);
+    for (const predict::Line& line : prediction.lines)
+        print(QStringLiteral("line %1 %2: %3")
+                  .arg(line.number)
+                  .arg(line.text, differing.contains(line.number) ? QStringLiteral("DIFFERS")
+                                                                  : QStringLiteral("as predicted")));
+    const QString differences = compare::text(prediction, result);
+    if (!differences.isEmpty())
+        print(QStringLiteral("\n") + trimmedEnd(differences));
+    print(QStringLiteral("\n%1 difference%2 (end predicted: %3)")
+              .arg(result.differences.size())
+              .arg(result.differences.size() == 1 ? "" : "s")
+              .arg(predict::endName(prediction.end)));
+    return result.agrees() ? 0 : 1;
+}
+#else
+int run(const Options& options, const predict::Prediction& prediction)
 {
     for (const char* part :
          {"updater/updater", "sim/instrument/sim-instrument", "sim/probe/plugins/generic/libprobe.so"}) {
@@ -201,7 +165,7 @@ int run(const Options& options, const model::Analysis& analysis)
         QFile::remove(out + '/' + stale);
 
     print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
-              .arg(analysis.packageName, options.pcJob ? "PC" : "memory-stick", out));
+              .arg(prediction.packageName, options.pcJob ? "PC" : "memory-stick", out));
     QProcess demo;
     QStringList args{repoDir() + "/scripts/demo.sh",
                      "--package",
@@ -232,29 +196,19 @@ int run(const Options& options, const model::Analysis& analysis)
     print(QStringLiteral("\n== the message view at the end of the job"));
     print(trimmedEnd(view));
 
-    const QString verify = readText(out + "/verify.txt");
-    const Agreement agreement = compare(analysis, view);
-    print(QStringLiteral("\n== per command: lint's prediction, the view, the models' verdict"));
-    for (int i = 0; i < agreement.lines.size(); ++i) {
-        const LineVerdict& v = agreement.lines[i];
-        const QString seen = !v.headSeen ? QStringLiteral("not in the view")
-                             : v.failuresSeen.isEmpty() && !analysis.lines[i].headIsFailure
-                                 ? QStringLiteral("no failure")
-                                 : QStringLiteral("failed");
-        print(QStringLiteral("line %1 %2\n    lint: %3; view: %4; %5\n    models: %6")
-                  .arg(v.line)
-                  .arg(v.command, model::effectName(analysis.lines[i].effect), seen,
-                       v.agrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES"),
-                       modelsSay(verify, v.command).isEmpty() ? QStringLiteral("(nothing)")
-                                                              : modelsSay(verify, v.command)));
-    }
-    print(QStringLiteral("end: %1 (lint predicted \"%2\": %3)")
-              .arg(agreement.endSeen,
-                   agreement.endExpected.isEmpty() ? QStringLiteral("no end") : agreement.endExpected,
-                   agreement.endAgrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES")));
+    QString endSeen;
+    for (const QString& line : view.split(QLatin1Char('\n')))
+        if (!trimmedEnd(line).isEmpty())
+            endSeen = trimmedEnd(line);
+    const QString expected = prediction.endText();
+    const bool agrees = !expected.isEmpty() && endSeen.startsWith(expected);
+    print(QStringLiteral("end: %1 (predicted \"%2\": %3)")
+              .arg(endSeen, expected.isEmpty() ? QStringLiteral("no end") : expected,
+                   agrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES")));
     print(
         QStringLiteral("screenshots: %1/end.png (end of the job), %1/menu.png (back at the menu)").arg(out));
-    return agreement.endSeen.startsWith(grammar::updateComplete) ? 0 : 1;
+    return agrees ? 0 : 1;
 }
+#endif
 
 } // namespace preview

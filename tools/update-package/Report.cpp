@@ -1,134 +1,256 @@
 #include "Report.h"
 
+#include "Rules.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 
 namespace report {
 namespace {
 
-struct PayloadInfo
-{
-    qint64 size = -1;
-    QString sha256;
-};
+using predict::Event;
+using predict::Prediction;
 
-PayloadInfo payloadInfo(const package::Package& pkg, const model::Line& line)
+QString severity(const QString& rule)
 {
-    const package::Entry* entry = line.payload.isEmpty() ? nullptr : pkg.find(line.payload);
-    if (!entry || entry->type != package::EntryType::File)
-        return {};
-    return {entry->size, QString::fromLatin1(entry->sha256.toHex())};
+    return rules::severityName(rules::severityOf(rule));
 }
 
-QJsonArray array(const QStringList& list)
+int errorCount(const Prediction& p)
 {
-    return QJsonArray::fromStringList(list);
+    return int(std::count_if(p.findings.begin(), p.findings.end(), [](const predict::Finding& f) {
+        return rules::severityOf(f.rule) == rules::Severity::Error;
+    }));
+}
+
+QString plural(int n, const char* word)
+{
+    return QStringLiteral("%1 %2%3").arg(n).arg(QLatin1String(word)).arg(n == 1 ? "" : "s");
+}
+
+QString eventText(const Event& e)
+{
+    if (e.type == Event::Type::View)
+        return QStringLiteral("%1 \"%2\"").arg(predict::colourName(e.colour), predict::escaped(e.text));
+    return QStringLiteral("$ %1  (%2%3)")
+        .arg(e.command.isEmpty() ? QStringLiteral("(empty command line)") : e.command,
+             predict::exitName(e.exit), e.traced ? QString() : QStringLiteral(", not traced"));
+}
+
+QJsonObject eventJson(const Event& e)
+{
+    if (e.type == Event::Type::View)
+        return {{"view", predict::colourName(e.colour)}, {"text", e.text}, {"shown", e.shown}};
+    return {{"run", e.command}, {"argv", e.text}, {"exit", predict::exitName(e.exit)}, {"traced", e.traced}};
+}
+
+QJsonObject nodeJson(const QString& path, const rootfs::Node& node)
+{
+    if (!node)
+        return {{"path", path}, {"removed", true}};
+    QJsonObject o{{"path", path},
+                  {"kind", profile::kindName(node->kind)},
+                  {"mode", QStringLiteral("%1").arg(node->mode, 4, 8, QLatin1Char('0'))},
+                  {"uid", int(node->uid)},
+                  {"gid", int(node->gid)}};
+    if (node->kind == rootfs::Kind::Symlink)
+        o.insert("target", node->target);
+    if (node->kind == rootfs::Kind::File) {
+        o.insert("size", node->size);
+        if (node->known)
+            o.insert("sha256", QString::fromLatin1(node->sha256.toHex()));
+    }
+    return o;
 }
 
 } // namespace
 
-QString severityName(model::Severity severity)
+QString describe(const QString& path, const rootfs::Node& node)
 {
-    return severity == model::Severity::Error ? QStringLiteral("error") : QStringLiteral("warning");
-}
-
-QString lintText(const model::Analysis& analysis)
-{
-    QString out;
-    int errors = 0;
-    for (const model::Finding& f : analysis.findings) {
-        errors += f.severity == model::Severity::Error;
-        out += QStringLiteral("%1:%2: %3: %4%5\n")
-                   .arg(analysis.packageName)
-                   .arg(f.line)
-                   .arg(severityName(f.severity),
-                        f.line > 0 ? QStringLiteral("[%1] ").arg(f.command) : QString(), f.message);
-    }
-    const int warnings = analysis.findings.size() - errors;
-    out += QStringLiteral("%1: %2 error%3, %4 warning%5 in %6 command%7\n")
-               .arg(analysis.packageName)
-               .arg(errors)
-               .arg(errors == 1 ? "" : "s")
-               .arg(warnings)
-               .arg(warnings == 1 ? "" : "s")
-               .arg(analysis.lines.size())
-               .arg(analysis.lines.size() == 1 ? "" : "s");
+    if (!node)
+        return path + QStringLiteral(" removed");
+    QString out = QStringLiteral("%1 %2 %3 %4:%5")
+                      .arg(path, profile::kindName(node->kind))
+                      .arg(node->mode, 4, 8, QLatin1Char('0'))
+                      .arg(node->uid)
+                      .arg(node->gid);
+    if (node->kind == rootfs::Kind::Symlink)
+        out += QStringLiteral(" -> ") + node->target;
+    if (node->kind == rootfs::Kind::File)
+        out += QStringLiteral(" %1").arg(package::sizeText(node->size)) +
+               (node->known ? QStringLiteral(" sha256 ") + QString::fromLatin1(node->sha256.toHex().left(16))
+                            : QStringLiteral(" (the instrument's content)"));
     return out;
 }
 
-QByteArray lintJson(const model::Analysis& analysis)
+QString lintText(const Prediction& p)
+{
+    QString out;
+    QMap<QPair<int, QString>, int> seen;
+    QMap<QPair<int, QString>, QString> command;
+    for (const predict::Finding& f : p.findings) {
+        const auto key = qMakePair(f.line, f.rule);
+        command[key] = f.command;
+        if (++seen[key] > repeatsShown)
+            continue;
+        out += QStringLiteral("%1:%2: %3: %4: %5%6\n")
+                   .arg(p.packageName)
+                   .arg(f.line)
+                   .arg(severity(f.rule), f.rule,
+                        f.line > 0 ? QStringLiteral("[%1] ").arg(f.command) : QString(), f.message);
+    }
+    for (auto it = seen.begin(); it != seen.end(); ++it) {
+        if (it.value() > repeatsShown)
+            out += QStringLiteral("%1:%2: %3: %4: and %5 more like this (--json lists them all)\n")
+                       .arg(p.packageName)
+                       .arg(it.key().first)
+                       .arg(severity(it.key().second), it.key().second)
+                       .arg(it.value() - repeatsShown);
+    }
+    const int errors = errorCount(p);
+    out += QStringLiteral("%1: %2, %3 in %4\n")
+               .arg(p.packageName, plural(errors, "error"), plural(p.findings.size() - errors, "warning"),
+                    plural(p.lines.size(), "command"));
+    return out;
+}
+
+QByteArray lintJson(const Prediction& p)
 {
     QJsonArray findings;
-    for (const model::Finding& f : analysis.findings)
-        findings.append(QJsonObject{{"severity", severityName(f.severity)},
+    for (const predict::Finding& f : p.findings)
+        findings.append(QJsonObject{{"rule", f.rule},
+                                    {"severity", severity(f.rule)},
                                     {"line", f.line},
                                     {"command", f.command},
                                     {"message", f.message}});
-    return QJsonDocument(QJsonObject{{"package", analysis.packageName}, {"findings", findings}})
+    const int errors = errorCount(p);
+    return QJsonDocument(QJsonObject{{"schema", schemaVersion},
+                                     {"package", p.packageName},
+                                     {"counts", QJsonObject{{"errors", errors},
+                                                            {"warnings", p.findings.size() - errors},
+                                                            {"commands", p.lines.size()}}},
+                                     {"end", predict::endName(p.end)},
+                                     {"findings", findings}})
         .toJson(QJsonDocument::Indented);
 }
 
-QString inspectText(const package::Package& pkg, const model::Analysis& analysis)
+QString inspectText(const package::Package& pkg, const Prediction& p)
 {
-    QString out = QStringLiteral("%1 (%2, %3 entries)\n")
-                      .arg(analysis.packageName, pkg.compression)
-                      .arg(pkg.entries.size());
-    if (!analysis.packageStop.isEmpty())
-        out +=
-            QStringLiteral("  the updater stops before the command list: \"%1\"\n").arg(analysis.packageStop);
+    QString out =
+        QStringLiteral("%1 (%2, %3 entries)\n").arg(p.packageName, pkg.compression).arg(pkg.entries.size());
     const auto list = [&](const char* label, const QStringList& items) {
         for (int i = 0; i < items.size(); ++i)
             out += QStringLiteral("  %1 %2\n")
-                       .arg(i == 0 ? QString::fromLatin1(label) : QString(), -9)
+                       .arg(i == 0 ? QString::fromLatin1(label) : QString(), -11)
                        .arg(items[i]);
     };
-    for (const model::Line& line : analysis.lines) {
+    const auto events = [&](int line) {
+        QStringList items;
+        for (const Event& e : p.events) {
+            if (e.line == line && !(e.type == Event::Type::View && e.colour == predict::Colour::Orange))
+                items << eventText(e);
+        }
+        return items;
+    };
+    out += QStringLiteral("before the command list:\n");
+    list("", events(0));
+    for (const predict::Line& line : p.lines) {
         out += QStringLiteral("line %1: %2\n").arg(line.number).arg(line.text);
-        list("view:", QStringList{line.head} + line.failures);
-        list("runs:", line.runs);
-        list("writes:", line.writes);
-        const PayloadInfo info = payloadInfo(pkg, line);
-        if (info.size >= 0)
-            list("payload:", {QStringLiteral("%1  %2  sha256 %3")
-                                  .arg(line.payload, package::sizeText(info.size), info.sha256)});
-        list("PIC:", line.pic.programmed.isEmpty()
-                         ? QStringList()
-                         : QStringList{"programmed " + line.pic.programmed.join(", ")});
-        list("skipped:", line.pic.skipped);
-        list("config:", line.pic.config);
-        list("outcome:", {model::effectName(line.effect)});
+        list("does:", events(line.number));
+        QStringList writes;
+        for (const predict::Write& w : line.writes)
+            writes << describe(w.path, w.node);
+        list("writes:", writes);
+        QStringList partitions;
+        for (const QString& device : line.partitions) {
+            const target::Partition& part = p.partitions.value(device);
+            partitions << QStringLiteral("%1 %2").arg(device, part.whole
+                                                                  ? QStringLiteral("rewritten whole")
+                                                                  : QStringLiteral("its start rewritten"));
+        }
+        list("partitions:", partitions);
+        if (!line.picWritten.isEmpty())
+            list("PIC:", {QStringLiteral("programmed ") + pic::rangeText(line.picWritten)});
+        list("config:", line.picConfig);
+        list("outcome:", {line.hangs       ? QStringLiteral("hangs")
+                          : line.uncertain ? QStringLiteral("cannot be predicted")
+                          : line.failed    ? QStringLiteral("fails")
+                                           : QStringLiteral("done")});
+    }
+    if (!p.lines.isEmpty()) {
+        out += QStringLiteral("after the command list:\n");
+        list("", events(-1));
     }
     out += QStringLiteral("end of the job: %1\n")
-               .arg(analysis.expectedEnd().isEmpty() ? QStringLiteral("never (the updater hangs)")
-                                                     : analysis.expectedEnd());
+               .arg(p.end == predict::End::Hang      ? QStringLiteral("never (the updater hangs)")
+                    : p.end == predict::End::Unknown ? QStringLiteral("cannot be predicted")
+                                                     : p.endText());
     return out;
 }
 
-QByteArray inspectJson(const package::Package& pkg, const model::Analysis& analysis)
+QByteArray inspectJson(const package::Package& pkg, const Prediction& p)
 {
-    QJsonArray commands;
-    for (const model::Line& line : analysis.lines) {
-        QJsonObject object{{"line", line.number},
-                           {"command", line.text},
-                           {"view", array(QStringList{line.head} + line.failures)},
-                           {"runs", array(line.runs)},
-                           {"writes", array(line.writes)},
-                           {"outcome", model::effectName(line.effect)}};
-        const PayloadInfo info = payloadInfo(pkg, line);
-        if (info.size >= 0)
-            object.insert("payload",
-                          QJsonObject{{"name", line.payload}, {"size", info.size}, {"sha256", info.sha256}});
-        if (line.command && line.command->action == grammar::Action::Pic)
-            object.insert("pic", QJsonObject{{"programmed", array(line.pic.programmed)},
-                                             {"skipped", array(line.pic.skipped)},
-                                             {"config", array(line.pic.config)}});
-        commands.append(object);
+    Q_UNUSED(pkg);
+    QJsonArray before, after;
+    QMap<int, QJsonArray> perLine;
+    for (const Event& e : p.events) {
+        if (e.type == Event::Type::View && e.colour == predict::Colour::Orange)
+            continue;
+        (e.line == 0 ? before : e.line < 0 ? after : perLine[e.line]).append(eventJson(e));
     }
-    return QJsonDocument(QJsonObject{{"package", analysis.packageName},
-                                     {"stops", analysis.packageStop},
-                                     {"end", analysis.expectedEnd()},
-                                     {"commands", commands}})
+    QJsonArray commands;
+    for (const predict::Line& line : p.lines) {
+        QJsonArray writes, partitions;
+        for (const predict::Write& w : line.writes)
+            writes.append(nodeJson(w.path, w.node));
+        for (const QString& device : line.partitions)
+            partitions.append(device);
+        QJsonObject o{{"line", line.number},
+                      {"command", line.text},
+                      {"events", perLine.value(line.number)},
+                      {"writes", writes},
+                      {"partitions", partitions},
+                      {"outcome", line.hangs       ? QStringLiteral("hangs")
+                                  : line.uncertain ? QStringLiteral("unknown")
+                                  : line.failed    ? QStringLiteral("fails")
+                                                   : QStringLiteral("done")}};
+        if (!line.payload.isEmpty())
+            o.insert("payload", line.payload);
+        if (line.command && line.command->action == grammar::Action::Pic)
+            o.insert("pic", QJsonObject{{"programmed", pic::rangeText(line.picWritten)},
+                                        {"config", QJsonArray::fromStringList(line.picConfig)}});
+        commands.append(o);
+    }
+    return QJsonDocument(QJsonObject{{"schema", schemaVersion},
+                                     {"package", p.packageName},
+                                     {"before", before},
+                                     {"commands", commands},
+                                     {"after", after},
+                                     {"end", predict::endName(p.end)}})
+        .toJson(QJsonDocument::Indented);
+}
+
+QString rulesText()
+{
+    QString out;
+    for (const rules::Rule& rule : rules::all())
+        out += QStringLiteral("%1 %2 %3\n")
+                   .arg(QLatin1String(rule.id), -28)
+                   .arg(rules::severityName(rule.severity), -8)
+                   .arg(QLatin1String(rule.sentence));
+    return out;
+}
+
+QByteArray rulesJson()
+{
+    QJsonArray list;
+    for (const rules::Rule& rule : rules::all())
+        list.append(QJsonObject{{"id", QLatin1String(rule.id)},
+                                {"severity", rules::severityName(rule.severity)},
+                                {"sentence", QLatin1String(rule.sentence)}});
+    return QJsonDocument(QJsonObject{{"schema", schemaVersion}, {"rules", list}})
         .toJson(QJsonDocument::Indented);
 }
 

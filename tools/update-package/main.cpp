@@ -1,8 +1,8 @@
 // update-package: build, lint, inspect and preview firmware update packages.
 #include "Package.h"
+#include "Prediction.h"
 #include "Preview.h"
 #include "Report.h"
-#include "UpdaterModel.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -14,11 +14,16 @@ namespace {
 
 const char* const usage = R"(usage:
   update-package build DIR -o FILE [--force]   pack DIR as the package's firmware_update/ folder
-  update-package lint PACKAGE|DIR [--json]     what the updater will get wrong, line by line
-  update-package inspect PACKAGE|DIR [--json]  what the updater will run and write for each command
-  update-package preview PACKAGE [--pc] [--out DIR]
+  update-package lint PACKAGE|DIR [--json] [--profile FILE]
+                                               what the updater will get wrong, line by line
+  update-package inspect PACKAGE|DIR [--json] [--profile FILE]
+                                               what the updater will show, run and write for each line
+  update-package preview PACKAGE [--pc] [--out DIR] [--profile FILE]
                                                run it on the virtual instrument with the real updater
-exit status: 0 fine, 1 errors found (preview: the update did not complete), 2 unusable input or usage)";
+  update-package rules [--json]                the rules lint applies, with their severity
+--profile: the instrument to predict for (default: the virtual instrument's profile)
+exit status: 0 fine, 1 errors found (preview: the instrument differs from the prediction), 2 unusable
+input or usage)";
 
 int say(FILE* stream, const QString& text, int status)
 {
@@ -31,7 +36,7 @@ struct Arguments
     QString command;
     QStringList positional;
     QStringList flags;
-    QString output, out;
+    QString output, out, profile;
     bool ok = true;
 };
 
@@ -40,12 +45,12 @@ Arguments parse(const QStringList& args)
     Arguments a;
     for (int i = 1; i < args.size(); ++i) {
         const QString& arg = args[i];
-        if (arg == "-o" || arg == "--out") {
+        if (arg == "-o" || arg == "--out" || arg == "--profile") {
             if (i + 1 >= args.size()) {
                 a.ok = false;
                 break;
             }
-            (arg == "-o" ? a.output : a.out) = args[++i];
+            (arg == "-o" ? a.output : arg == "--out" ? a.out : a.profile) = args[++i];
         } else if (arg.startsWith("--")) {
             a.flags << arg;
         } else if (a.command.isEmpty()) {
@@ -70,6 +75,16 @@ std::optional<package::Package> load(const Arguments& a, int& status)
     if (!pkg)
         say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
     return pkg;
+}
+
+// The instrument profile named by --profile, or the default one.
+std::optional<profile::Profile> instrument(const Arguments& a)
+{
+    QString error;
+    auto p = profile::read(a.profile.isEmpty() ? profile::defaultPath() : a.profile, error);
+    if (!p)
+        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
+    return p;
 }
 
 void write(const QByteArray& text)
@@ -111,11 +126,15 @@ int build(const Arguments& a)
                     .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
                 1);
     }
-    model::Analysis analysis = model::analyse(*pkg);
-    analysis.packageName = QFileInfo(target).fileName();
-    if (!analysis.findings.isEmpty())
-        say(stderr, report::lintText(analysis), 0);
-    if (analysis.hasErrors() && !a.flags.contains("--force"))
+    const auto profile = instrument(a);
+    if (!profile)
+        return 2;
+    predict::Options options;
+    options.archiveName = QFileInfo(target).fileName();
+    const predict::Prediction prediction = predict::predict(*pkg, *profile, options);
+    if (!prediction.findings.isEmpty())
+        say(stderr, report::lintText(prediction), 0);
+    if (prediction.hasErrors() && !a.flags.contains("--force"))
         return say(
             stderr,
             QStringLiteral("update-package build: %1 not written: lint found errors (--force writes it "
@@ -134,13 +153,16 @@ int lintOrInspect(const Arguments& a)
     const auto pkg = load(a, status);
     if (!pkg)
         return status;
-    const model::Analysis analysis = model::analyse(*pkg);
+    const auto profile = instrument(a);
+    if (!profile)
+        return 2;
+    const predict::Prediction prediction = predict::predict(*pkg, *profile);
     const bool json = a.flags.contains("--json");
     if (a.command == "lint") {
-        write(json ? report::lintJson(analysis) : report::lintText(analysis).toUtf8());
-        return analysis.hasErrors() ? 1 : 0;
+        write(json ? report::lintJson(prediction) : report::lintText(prediction).toUtf8());
+        return prediction.hasErrors() ? 1 : 0;
     }
-    write(json ? report::inspectJson(*pkg, analysis) : report::inspectText(*pkg, analysis).toUtf8());
+    write(json ? report::inspectJson(*pkg, prediction) : report::inspectText(*pkg, prediction).toUtf8());
     return 0;
 }
 
@@ -156,10 +178,16 @@ int runPreview(const Arguments& a)
     options.package = a.positional[0];
     options.pcJob = a.flags.contains("--pc");
     options.build = preview::defaultBuildDir();
+    options.profile = a.profile.isEmpty() ? profile::defaultPath() : a.profile;
     QString base = QFileInfo(options.package).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
     options.out = a.out.isEmpty() ? base + "-preview" : a.out;
-    return preview::run(options, model::analyse(*pkg));
+    const auto profile = instrument(a);
+    if (!profile)
+        return 2;
+    predict::Options how;
+    how.pcJob = options.pcJob;
+    return preview::run(options, predict::predict(*pkg, *profile, how));
 }
 
 } // namespace
@@ -180,5 +208,9 @@ int main(int argc, char* argv[])
         return lintOrInspect(a);
     if (a.command == "preview")
         return runPreview(a);
+    if (a.command == "rules" && a.positional.isEmpty()) {
+        write(a.flags.contains("--json") ? report::rulesJson() : report::rulesText().toUtf8());
+        return 0;
+    }
     return say(stderr, usage, 2);
 }
