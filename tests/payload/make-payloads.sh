@@ -7,6 +7,7 @@ set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../../scripts/payload-tools.sh"
 payload_need_tools
 out=${1:?usage: make-payloads.sh <output folder>}
+export TAR_OPTIONS="--owner=0 --group=0 --mtime=@$SOURCE_DATE_EPOCH --sort=name" # the same archives every time
 mkdir -p "$out"/{elf,script,kernel,ubi,modules}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
