@@ -34,3 +34,4 @@ entry f 0755 0 0 948844 /usr/lib/arm-linux-gnueabihf/libc.so.6
 entry d 0755 0 0 0 /usr/lib/modules
 entry d 0755 0 0 0 /usr/lib/modules/4.19.0-instrument
 entry d 0755 0 0 0 /usr/sbin
+entry l 0777 0 0 0 /usr/sbin/sh ../bin/dash

@@ -34,6 +34,7 @@ printf '#!/bin/sh\r\necho done\r\n' >"$out/script/crlf"
 printf '#!/bin/bash\necho done\n' >"$out/script/bash"
 printf '#!/usr/bin/env python3\nprint("done")\n' >"$out/script/env-python3"
 printf '#!/usr/bin/env sh\necho done\n' >"$out/script/env-sh"
+printf '#!/sbin/sh -e\necho done\n' >"$out/script/sbin-sh"
 printf '#!sh\necho done\n' >"$out/script/relative"
 printf 'echo done\n' >"$out/script/no-header"
 

@@ -128,6 +128,8 @@ private slots:
             "names 'sh', not an absolute path");
         row("script-interpreter: /bin/sh through two links", "script/sh", Role::Script, "script-interpreter",
             "");
+        row("script-interpreter: /sbin/sh through a link with ..", "script/sbin-sh", Role::Script,
+            "script-interpreter", "");
         row("script-interpreter: sh through env", "script/env-sh", Role::Script, "script-interpreter", "");
         row("script-cr: DOS line ends", "script/crlf", Role::Script, "script-cr",
             "ends in a carriage return (DOS line ends)");

@@ -6,7 +6,6 @@
 #include "UImage.h"
 #include "UbiImage.h"
 
-#include <QDir>
 #include <QFileInfo>
 #include <elf.h>
 
@@ -25,7 +24,13 @@ const profile::Entry* follow(const profile::Profile& profile, const QString& pat
     QString done;
     const profile::Entry* entry = profile.find(QStringLiteral("/"));
     for (int hops = 0; !rest.isEmpty();) {
-        const QString next = done + '/' + rest.takeFirst();
+        const QString part = rest.takeFirst();
+        if (part == QLatin1String(".") || part == QLatin1String("..")) {
+            done = part == QLatin1String("..") ? done.left(qMax(0, done.lastIndexOf('/'))) : done;
+            entry = profile.find(done.isEmpty() ? QStringLiteral("/") : done);
+            continue;
+        }
+        const QString next = done + '/' + part;
         entry = profile.find(next);
         if (!entry)
             return nullptr;
@@ -38,7 +43,7 @@ const profile::Entry* follow(const profile::Profile& profile, const QString& pat
             entry = profile.find(QStringLiteral("/"));
             continue;
         }
-        done = QDir::cleanPath(next);
+        done = next;
     }
     if (real)
         *real = done.isEmpty() ? QStringLiteral("/") : done;
