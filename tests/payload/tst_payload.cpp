@@ -285,6 +285,37 @@ private slots:
         QCOMPARE(found[1].severity, payload::Severity::Warning);
     }
 
+    // What the first error of a payload means at the next power-on (empty: nothing, or only warnings).
+    void powerOn_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<Role>("role");
+        QTest::addColumn<QString>("effect");
+        QTest::newRow("kernel data CRC")
+            << "kernel/data-crc.uImage" << Role::Kernel << "the instrument does not boot";
+        QTest::newRow("UBI page") << "ubi/page-4096.ubi" << Role::RootImage << "the instrument does not boot";
+        QTest::newRow("folder lib/ over the link")
+            << "modules/folders.tar" << Role::Modules << "the instrument does not boot";
+        QTest::newRow("module vermagic")
+            << "modules/vermagic.tar" << Role::Modules << "the instrument boots without its kernel modules";
+        QTest::newRow("host-built application")
+            << "elf/x86-64" << Role::Application << "the main application does not start";
+        QTest::newRow("soft-float updater")
+            << "elf/arm-soft-float" << Role::Updater << "the updater does not start";
+        QTest::newRow("script with DOS line ends") << "script/crlf" << Role::Script << "";
+        QTest::newRow("bytes after the kernel: a warning") << "kernel/trailing.uImage" << Role::Kernel << "";
+    }
+
+    void powerOn()
+    {
+        QFETCH(QString, file);
+        QFETCH(Role, role);
+        QFETCH(QString, effect);
+        const QVector<payload::Finding> found = findings(file, role);
+        QVERIFY2(!found.isEmpty(), "the payload raised nothing");
+        QCOMPARE(payload::atPowerOn(found.first(), role), effect);
+    }
+
     // A payload over the tool's reading limit is judged by its size alone.
     void unreadPayload()
     {

@@ -598,6 +598,29 @@ QVector<Finding> check(const package::Package& pkg, const package::Entry& entry,
     return checker.findings;
 }
 
+QString atPowerOn(const Finding& finding, Role role)
+{
+    if (finding.severity != Severity::Error)
+        return QString();
+    switch (role) {
+    case Role::Kernel:
+    case Role::RootImage:
+        return QStringLiteral("the instrument does not boot");
+    case Role::Modules:
+        return finding.ruleId == QLatin1String("modules-replaces-link")
+                   ? QStringLiteral("the instrument does not boot")
+                   : QStringLiteral("the instrument boots without its kernel modules");
+    case Role::Application:
+        return QStringLiteral("the main application does not start");
+    case Role::Updater:
+        return QStringLiteral("the updater does not start");
+    case Role::RootFile:
+    case Role::Script:
+        break;
+    }
+    return QString();
+}
+
 QString describe(const package::Entry& entry, Role role)
 {
     if (entry.type != package::EntryType::File || !entry.kept())

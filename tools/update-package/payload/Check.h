@@ -8,8 +8,8 @@
 //         for (const payload::Finding& f :
 //              payload::check(pkg, *entry, *role, profile, payload::deviceFor(*role, systemType == SDCARD)))
 //             ... a finding of the line, f.ruleId and f.severity as given
-// and inspect shows payload::describe(*entry, *role) beside the payload. A kernel or root-image error means
-// the instrument does not boot after the update; the power-on check can take those by role.
+// inspect shows payload::describe(*entry, *role) beside the payload, and the power-on check asks
+// payload::atPowerOn(finding, role) what each error does to the next start.
 
 #include "InstrumentProfile.h"
 #include "Package.h"
@@ -41,6 +41,11 @@ QString deviceFor(Role role, bool sdCard);
 // package::keepLimit are judged by their size only.
 QVector<Finding> check(const package::Package& pkg, const package::Entry& entry, Role role,
                        const profile::Profile& profile, const QString& device = QString());
+
+// What an error means at the instrument's next power-on, for the risk report: "the instrument does not
+// boot", "the instrument boots without its kernel modules", "the main application does not start", "the
+// updater does not start"; empty for warnings and for errors that leave the start-up as it was.
+QString atPowerOn(const Finding& finding, Role role);
 
 // What the payload is, in one line for inspect: "ELF 32-bit ARM hard-float program, loader ...".
 QString describe(const package::Entry& entry, Role role);
