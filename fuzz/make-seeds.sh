@@ -85,4 +85,6 @@ done
 { printf '\045'; cat "$repo/sample/update_config"; } >"$corpus/commandlist/sample-with-failures"
 printf '\000%s\n' "SYSTEM:SDCARD" "KERNEL:/uImage" "IMAGE:/rootfs.ubi" "SYSTEM:NAND" "KERNEL:/uImage" \
     "UPDATER:/usr/bin/updater" "PIC1x:/b.hex" "ESA_M_EEP:/m.eep" "APP :/x" "APP:/a:b" "" >"$corpus/commandlist/every-kind"
+# ---- the package tool's payloads (their own script: they need the cross compiler, mkimage and ubinize)
+bash "$here/payload/make-seeds.sh"
 echo "make-seeds: $(find "$corpus" -type f | wc -l) seeds in $corpus"

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # The main job: builds everything and runs a firmware update on the simulated instrument with the real,
 # unmodified updater, as a technician would.
-#   scripts/demo.sh [--pc] [--failing] [--none] [--package FILE] [--out DIR] [--build DIR] [--window]
+#   scripts/demo.sh [--pc] [--failing|--nand|--none] [--package FILE] [--out DIR] [--build DIR] [--window]
 #     (default)  memory-stick update with the sample package: F3, F1, wait for the end, F1
 #     --pc       the PC job instead: F2, F1, the package copied onto the transfer partition, F1
 #     --failing  the sample package that exercises failures (a missing file, a bad line, an ESA line)
+#     --nand     the sample package of a NAND instrument: kernel and UBI root image
 #     --none     no package on the medium
 #     --package  run this package file instead of a sample one (update-package preview does)
 #     --out      write the results into DIR (default out/, emptied first)
@@ -23,6 +24,7 @@ while [ $# -gt 0 ]; do
     case "$1" in
     --pc) job=pc ;;
     --failing) variant=failing ;;
+    --nand) variant=nand ;;
     --none) variant=none ;;
     --window) window=--window ;;
     --package) package=$(from_caller "${2:?--package needs a file}"); variant=$(basename "$package"); shift ;;

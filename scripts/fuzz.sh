@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets of fuzz/ with clang (AddressSanitizer, UndefinedBehaviorSanitizer, and
 # unsigned wrap-around on the HEX path) and runs each for a bounded time from its seeds and regressions.
-#   scripts/fuzz.sh TARGET|all SECONDS      targets: hex powerboard esa commandlist
+#   scripts/fuzz.sh TARGET|all SECONDS      targets: hex powerboard esa commandlist payload_elf payload_uimage
+#                                           payload_ubi payload_modules
 # The mutations follow FUZZ_SEED (default 1, so that CI's runs repeat); FUZZ_SEED=0 picks a random one.
 # A finding fails the run and leaves its reproducer in out/fuzz/TARGET/ (crash-*, leak-*, timeout-*);
 # inputs that found new coverage collect in out/fuzz/TARGET/corpus/ for the next run.
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 cd "$repo"
-all_targets=(hex powerboard esa commandlist)
+all_targets=(hex powerboard esa commandlist payload_elf payload_uimage payload_ubi payload_modules)
 usage() { echo "usage: scripts/fuzz.sh TARGET|all SECONDS (targets: ${all_targets[*]})" >&2; exit 2; }
 [ $# -eq 2 ] || usage
 [[ "$2" =~ ^[1-9][0-9]*$ ]] || { echo "fuzz.sh: SECONDS must be a positive whole number, not '$2'" >&2; usage; }

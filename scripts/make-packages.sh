@@ -1,16 +1,21 @@
 #!/usr/bin/env bash
-# Builds the sample update packages from sample/ with the real tools (gpasm, the host compiler, tar).
+# Builds the sample update packages from sample/ with the real tools: gpasm for the PIC, the armhf cross
+# compiler for the application and the kernel modules, mkimage for the kernel, mkfs.ubifs and ubinize for
+# the NAND root image, depmod and tar for the modules (scripts/payload-tools.sh has their command lines).
 #   scripts/make-packages.sh <output dir>
 # Writes:
 #   <out>/good/OrsinaM_firmware_update_5.2.tar.bz2     every payload, all commands succeed
 #   <out>/failing/OrsinaM_firmware_update_5.2f.tar.bz2 a missing file, a bad line, an ESA line
+#   <out>/nand/OrsinaM_firmware_update_5.2n.tar.bz2    a NAND instrument's kernel and UBI root image
 set -euo pipefail
-repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+. "$(dirname "${BASH_SOURCE[0]}")/payload-tools.sh"
+repo=$payload_repo
 out=${1:?usage: make-packages.sh <output dir>}
 sample="$repo/sample"
-for tool in gpasm c++ tar python3; do
+for tool in gpasm python3 bzip2; do
     command -v "$tool" >/dev/null || { echo "make-packages: '$tool' is missing (scripts/setup.sh installs it)" >&2; exit 2; }
 done
+payload_need_tools
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -20,35 +25,41 @@ mkdir -p "$pkg/etc"
 gpasm -p18f4620 -o "$work/board.hex" "$sample/pic/board.asm" >/dev/null \
     || { echo "make-packages: gpasm failed on sample/pic/board.asm" >&2; exit 1; }
 cp "$work/board.hex" "$pkg/board.hex"
-c++ -O2 -o "$pkg/mainApp" "$sample/app/mainApp.cpp"
+arm_program "$sample/app/mainApp.cpp" "$pkg/mainApp"
 cp "$sample/rootfs/etc/instrument.conf" "$pkg/etc/instrument.conf"
 install -m 755 "$sample/scripts/post-update.sh" "$pkg/post-update.sh"
 
-# A kernel image of a realistic size with a recognisable header, and a modules tree for /lib/modules.
-python3 - "$pkg/uImage" <<'PY'
-import hashlib, struct, sys
-body = b"".join(hashlib.sha256(b"kernel-5.2-%d" % i).digest() for i in range(48 * 1024 // 32 * 20))
-header = struct.pack(">4sI", b"KIMG", len(body)) + b"Linux-4.19.0-instrument".ljust(56, b"\0")
-open(sys.argv[1], "wb").write(header + body)
+# The kernel: a stand-in for the zImage of a realistic size, wrapped by mkimage as the boot loader takes it.
+python3 - "$work/zImage" <<'PY'
+import hashlib, sys
+open(sys.argv[1], "wb").write(b"".join(hashlib.sha256(b"kernel-5.2-%d" % i).digest() for i in range(48 * 1024 // 32 * 20)))
 PY
-modules="$work/modroot/lib/modules/4.19.0-instrument"
-mkdir -p "$modules/extra"
+kernel_uimage "$work/zImage" "$pkg/uImage"
+modules="$work/modroot/lib/modules/$payload_release"
 for m in keypad display_rot psu_link; do
-    printf 'ELF stand-in for %s.ko\n' "$m" >"$modules/extra/$m.ko"
-    echo "extra/$m.ko:" >>"$modules/modules.dep"
+    arm_module "$m" "$payload_vermagic" "$modules/extra/$m.ko"
 done
-# Files only: a directory entry for lib/ would replace a /lib that is a link on the machine unpacking it.
-(cd "$work/modroot" && find lib -type f | sort | tar -cf "$pkg/modules.tar" --no-recursion -T -)
+modules_tar "$work/modroot" "$pkg/modules.tar"
 
-make_package() { # <config> <dir> <name>
-    cp "$1" "$pkg/update_config"
+make_package() { # <config> <dir> <name> <package folder>
+    cp "$1" "$4/update_config"
     mkdir -p "$out/$2"
     rm -f "$out/$2"/*.tar.bz2
-    tar -cjf "$out/$2/$3" -C "$work" firmware_update
+    tar -cjf "$out/$2/$3" -C "$(dirname "$4")" firmware_update
     echo "make-packages: $out/$2/$3"
 }
 mkdir -p "$out"
 cp "$work/board.hex" "$out/board.hex"
-make_package "$sample/update_config" good OrsinaM_firmware_update_5.2.tar.bz2
+make_package "$sample/update_config" good OrsinaM_firmware_update_5.2.tar.bz2 "$pkg"
 # The failing package lacks the calibration file and the IO board image its list names.
-make_package "$sample/update_config.failing" failing OrsinaM_firmware_update_5.2f.tar.bz2
+make_package "$sample/update_config.failing" failing OrsinaM_firmware_update_5.2f.tar.bz2 "$pkg"
+
+# The NAND package: the kernel and a whole root image (the application and settings in it) for the NAND's
+# 2048-byte pages and 128 KiB erase blocks.
+nand="$work/nand/firmware_update"
+mkdir -p "$nand" "$work/rootfs/home" "$work/rootfs/etc"
+cp "$pkg/uImage" "$nand/uImage"
+cp "$pkg/mainApp" "$work/rootfs/home/mainApp"
+cp "$sample/rootfs/etc/instrument.conf" "$work/rootfs/etc/instrument.conf"
+ubi_image "$work/rootfs" "$nand/rootfs.ubi"
+make_package "$sample/update_config.nand" nand OrsinaM_firmware_update_5.2n.tar.bz2 "$nand"

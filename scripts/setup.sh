@@ -9,6 +9,7 @@ packages=(
     clang-format-14 clang-tidy-14
     bubblewrap fuse3 libfuse3-dev util-linux
     gputils srecord bzip2 tar python3 libarchive-dev
+    g++-arm-linux-gnueabihf u-boot-tools mtd-utils kmod libelf-dev zlib1g-dev
     xvfb xauth x11-apps xdotool imagemagick
 )
 

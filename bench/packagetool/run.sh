@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Lint of a package whose PIC HEX fills the whole 64 KB flash: wall time of the command, median of N runs.
+# Then the payload checks against payload size: the sample packages, and packages whose APP, KERNEL, IMAGE
+# and MODULES payloads are each about 1, 4, 16 and 64 MiB (made by the real tools, random contents): the
+# time to read the package as lint does and to check its payloads, for folders and, up to 16 MiB (bzip2
+# takes seconds per 16 MiB of random data, one run each), for archives. About three minutes.
 #   bench/packagetool/run.sh [build dir] [runs]
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
-bench_setup packagetool "${1:-}" tools/update-package/update-package
+bench_setup packagetool "${1:-}" tools/update-package/update-package bench/packagetool/bench_payload
 runs=${2:-9}
 tool="$build/tools/update-package/update-package"
 
@@ -26,3 +30,41 @@ printf '%s\n' "${times[@]}" | sort -n | awk -v hex="$(stat -c %s "$work/pkg/boar
     { t[NR] = $1 }
     END { printf "lint of a package with a 64 KB HEX (%d bytes of text): median %.1f ms (min %.1f, max %.1f, %d runs)\n",
           hex, t[int((NR + 1) / 2)] / 1000, t[1] / 1000, t[NR] / 1000, NR }'
+
+# ---- payload checks against payload size
+. "$repo/scripts/payload-tools.sh"
+payload_need_tools
+bash "$repo/scripts/make-packages.sh" "$work/samples" >/dev/null
+random_bytes() { # <bytes> <seed> <file>
+    python3 -c 'import random, sys; sys.stdout.buffer.write(random.Random(int(sys.argv[2])).randbytes(int(sys.argv[1])))' "$1" "$2" >"$3"
+}
+arm_program "$repo/sample/app/mainApp.cpp" "$work/app"
+arm_module big "$payload_vermagic" "$work/module.ko"
+folders=() archives=()
+for mib in 1 4 16 64; do
+    bytes=$((mib * 1024 * 1024 - 256 * 1024)) # each payload just under the size, the largest within lint's 64 MiB
+    dir="$work/payloads-$mib/firmware_update"
+    mkdir -p "$dir" "$work/root-$mib" "$work/mods-$mib/lib/modules/$payload_release/extra"
+    random_bytes "$bytes" "$mib" "$work/blob"
+    arm-linux-gnueabihf-objcopy --add-section .blob="$work/blob" "$work/app" "$dir/mainApp"
+    kernel_uimage "$work/blob" "$dir/uImage"
+    head -c $((bytes * 9 / 10)) "$work/blob" >"$work/root-$mib/data"
+    ubi_image "$work/root-$mib" "$dir/rootfs.ubi"
+    for part in $(seq 0 $(((bytes - 1) / (4 * 1024 * 1024)))); do # modules of up to 4 MiB
+        dd if="$work/blob" of="$work/chunk" bs=1M skip=$((part * 4)) count=4 status=none
+        arm-linux-gnueabihf-objcopy --add-section .blob="$work/chunk" "$work/module.ko" \
+            "$work/mods-$mib/lib/modules/$payload_release/extra/big$part.ko"
+    done
+    modules_tar "$work/mods-$mib" "$dir/modules.tar"
+    printf 'APP:/mainApp\nKERNEL:/uImage\nIMAGE:/rootfs.ubi\nMODULES:/modules.tar\n' >"$dir/update_config"
+    folders+=("$dir")
+    [ "$mib" -gt 16 ] || {
+        tar -cjf "$work/PayloadM_firmware_update_$mib.tar.bz2" -C "$work/payloads-$mib" firmware_update
+        archives+=("$work/PayloadM_firmware_update_$mib.tar.bz2")
+    }
+done
+echo "payload checks (read: the package as lint reads it; check: every payload against the default profile)"
+{
+    "$build/bench/packagetool/bench_payload" "$runs" "$work"/samples/{good,nand}/*.tar.bz2 "${folders[@]}"
+    "$build/bench/packagetool/bench_payload" 1 "${archives[@]}"
+} | sed "s|^firmware_update |folder          |"

@@ -73,7 +73,8 @@ private slots:
                              m_work.path() + "/wrap", "firmware_update"})
                      .exitCode,
                  0);
-        QVERIFY(!package("good").isEmpty() && !package("failing").isEmpty() && !package("wrap").isEmpty());
+        QVERIFY(!package("good").isEmpty() && !package("failing").isEmpty() && !package("nand").isEmpty() &&
+                !package("wrap").isEmpty());
     }
 
     void stickUpdateSucceedsAndEveryModelAgrees()
@@ -134,6 +135,14 @@ private slots:
             << "good" << QStringList{"Initialising PC connection", "Update complete, restart the system"}
             << QStringList{"  modprobe g_mass_storage file=/dev/mmcblk0p6 removable=1\n",
                            "  modprobe -r g_mass_storage\n", "ok      PIC:/board.hex"};
+        // The root partition is erased, then written by the copy of ubiformat in /tmp.
+        QTest::newRow("NAND kernel and root image")
+            << "stick"
+            << "nand"
+            << QStringList{"Updating root image with file: /rootfs.ubi",
+                           "Update complete, restart the system"}
+            << QStringList{"ok      KERNEL:/uImage", "ok      IMAGE:/rootfs.ubi: UBI image written to mtd1",
+                           "  flash_eraseall /dev/mtd1\n  ubiformat /dev/mtd1 -f /tmp/rootfs.ubi\n"};
         // Flash as erased, the reset vector included: the wrapping record was skipped, not written at 0.
         QTest::newRow("HEX record wrapping past 32 bits")
             << "stick"
