@@ -26,11 +26,12 @@ class ExportFile : public OpenFile
 {
 public:
     ExportFile(GpioFiles& gpio, bool isExport)
-        : m_gpio(gpio), m_export(isExport), m_logId(gpio.instrument().operations().fileId(logName()))
+        : m_gpio(gpio), m_export(isExport), m_logId(gpio.instrument().operations().fileId(nameOf(isExport)))
     {
     }
 
-    std::string logName() const override { return m_export ? "export" : "unexport"; }
+    static std::string nameOf(bool isExport) { return isExport ? "export" : "unexport"; }
+    std::string logName() const override { return nameOf(m_export); }
     int read(std::size_t, std::uint64_t, std::string*) override { return -EBADF; }
     int write(std::string_view data, std::uint64_t) override
     {
@@ -58,14 +59,15 @@ class LineFile : public OpenFile
 public:
     LineFile(GpioFiles& gpio, int line, std::uint64_t exportId, bool value)
         : m_gpio(gpio), m_line(line), m_exportId(exportId), m_value(value),
-          m_logId(gpio.instrument().operations().fileId(logName()))
+          m_logId(gpio.instrument().operations().fileId(nameOf(line, value)))
     {
     }
 
-    std::string logName() const override
+    static std::string nameOf(int line, bool value)
     {
-        return "gpio" + std::to_string(m_line) + (m_value ? "/value" : "/direction");
+        return "gpio" + std::to_string(line) + (value ? "/value" : "/direction");
     }
+    std::string logName() const override { return nameOf(m_line, m_value); }
 
     int read(std::size_t size, std::uint64_t offset, std::string* out) override
     {
