@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every performance figure of the project in one table (about five minutes; the PIC run dominates).
+# Every performance figure of the project in one table (about six minutes; the PIC runs dominate).
 #   bench/run.sh [build dir]        builds the benchmarks first; details of each run go to out/bench/
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -22,6 +22,7 @@ run gpio bash "$repo/bench/gpio/run.sh" "$build"
 run esa bash "$repo/bench/esa/run.sh" "$build"
 run pic bash "$repo/bench/pic/run.sh" "$build"
 run packagetool bash "$repo/bench/packagetool/run.sh" "$build"
+run preview bash "$repo/bench/preview/run.sh" "$build"
 
 field() { grep -m1 "$2" "$details/$1.txt" || echo "(missing: see $details/$1.txt)"; }
 startup=$(field startup 'first painted menu' | sed -E 's/.*median ([0-9.]+) ms.*/\1 ms/')
@@ -48,5 +49,10 @@ printf '| GPIO value writes through the simulated sysfs, pinned to one CPU | %s 
 printf '| GPIO value writes, not pinned | %s | |\n' "$gpio_free"
 printf '| update-package lint of a package with a 64 KB HEX (median) | %s | < 1 s |\n' \
     "$(field packagetool 'median' | sed -E 's/.*median ([0-9.]+ ms).*/\1/')"
+printf '| sample package preview, PIC included, end to end (median of 3) | %s | < 30 s |\n' \
+    "$(field preview '^sample package preview' | sed -E 's/.*median ([0-9.]+ s) (.*)/\1 \2/')"
+median() { field preview "$1" | sed -E 's/.*median ([0-9.]+ s).*/\1/'; }
+printf '| its PIC erase (64 KB blank check) and programming (medians) | %s and %s | |\n' \
+    "$(median '^PIC erase')" "$(median '^PIC programming')"
 echo
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), $(uname -r), load $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -25,9 +25,13 @@ std::optional<int> lineFromName(std::string_view name)
 class ExportFile : public OpenFile
 {
 public:
-    ExportFile(GpioFiles& gpio, bool isExport) : m_gpio(gpio), m_export(isExport) {}
+    ExportFile(GpioFiles& gpio, bool isExport)
+        : m_gpio(gpio), m_export(isExport), m_logId(gpio.instrument().operations().fileId(nameOf(isExport)))
+    {
+    }
 
-    std::string logName() const override { return m_export ? "export" : "unexport"; }
+    static std::string nameOf(bool isExport) { return isExport ? "export" : "unexport"; }
+    std::string logName() const override { return nameOf(m_export); }
     int read(std::size_t, std::uint64_t, std::string*) override { return -EBADF; }
     int write(std::string_view data, std::uint64_t) override
     {
@@ -39,13 +43,14 @@ public:
             m_gpio.exported(static_cast<int>(*number));
         else if (rc == 0)
             m_gpio.unexported(static_cast<int>(*number));
-        in.log("write " + logName() + " " + Instrument::quote(data) + failureText(-rc));
+        in.operations().addTransfer(OperationLog::Transfer::Write, m_logId, data, 0, -rc);
         return rc;
     }
 
 private:
     GpioFiles& m_gpio;
     bool m_export;
+    std::uint32_t m_logId;
 };
 
 // gpioN/direction and gpioN/value of one export.
@@ -53,28 +58,29 @@ class LineFile : public OpenFile
 {
 public:
     LineFile(GpioFiles& gpio, int line, std::uint64_t exportId, bool value)
-        : m_gpio(gpio), m_line(line), m_exportId(exportId), m_value(value)
+        : m_gpio(gpio), m_line(line), m_exportId(exportId), m_value(value),
+          m_logId(gpio.instrument().operations().fileId(nameOf(line, value)))
     {
     }
 
-    std::string logName() const override
+    static std::string nameOf(int line, bool value)
     {
-        return "gpio" + std::to_string(m_line) + (m_value ? "/value" : "/direction");
+        return "gpio" + std::to_string(line) + (value ? "/value" : "/direction");
     }
+    std::string logName() const override { return nameOf(m_line, m_value); }
 
     int read(std::size_t size, std::uint64_t offset, std::string* out) override
     {
         Instrument& in = m_gpio.instrument();
         if (stale()) {
-            in.log("read " + logName() + failureText(ENODEV));
+            in.operations().addTransfer(OperationLog::Transfer::Read, m_logId, {}, offset, ENODEV);
             return -ENODEV;
         }
         const std::string_view part = m_snapshot.part(size, offset, [&] {
             return m_value ? in.gpio().readValue(m_line, Instrument::nowNs())
                            : in.gpio().readDirection(m_line);
         });
-        in.log("read " + logName() + (offset ? " @" + std::to_string(offset) : "") + " " +
-               Instrument::quote(part));
+        in.operations().addTransfer(OperationLog::Transfer::Read, m_logId, part, offset, 0);
         *out = part;
         return 0;
     }
@@ -92,7 +98,7 @@ public:
             rc = in.gpio().writeValue(m_line, data, now);
         else
             rc = in.gpio().writeDirection(m_line, data, now);
-        in.log("write " + logName() + " " + Instrument::quote(data) + failureText(-rc));
+        in.operations().addTransfer(OperationLog::Transfer::Write, m_logId, data, 0, -rc);
         return rc;
     }
 
@@ -103,6 +109,7 @@ private:
     int m_line;
     std::uint64_t m_exportId;
     bool m_value;
+    std::uint32_t m_logId;
     Snapshot m_snapshot;
 };
 

@@ -88,33 +88,6 @@ std::string Instrument::errorName(int error)
     }
 }
 
-void Instrument::log(std::string line)
-{
-    m_log.push_back(std::move(line));
-    if (m_log.size() > m_logLimit) {
-        m_log.pop_front();
-        ++m_logDropped;
-    }
-}
-
-std::string Instrument::logText() const
-{
-    std::string text;
-    if (m_logDropped)
-        text = "(" + std::to_string(m_logDropped) + " older lines dropped)\n";
-    for (const std::string& line : m_log) {
-        text += line;
-        text += '\n';
-    }
-    return text;
-}
-
-void Instrument::clearLog()
-{
-    m_log.clear();
-    m_logDropped = 0;
-}
-
 void Instrument::reset()
 {
     m_gpio.reset(nowNs());

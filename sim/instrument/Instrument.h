@@ -6,10 +6,10 @@
 #include "ControlRegistry.h"
 #include "GpioLineBank.h"
 #include "I2cExpander.h"
+#include "OperationLog.h"
 #include "SerialPeer.h"
 
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -30,10 +30,11 @@ public:
     ControlRegistry& control() { return m_control; }
 
     // The operation log: one line per file operation on the simulated devices, oldest first.
-    void log(std::string line);
-    std::string logText() const;
-    void clearLog();
-    void setLogLimit(std::size_t lines) { m_logLimit = lines; }
+    OperationLog& operations() { return m_log; }
+    void log(std::string line) { m_log.add(std::move(line)); }
+    std::string logText() const { return m_log.text(); }
+    void clearLog() { m_log.clear(); }
+    void setLogLimit(std::size_t lines) { m_log.setLimit(lines); }
 
     void setSerialPeer(std::unique_ptr<SerialPeer> peer) { m_serialPeer = std::move(peer); }
     SerialPeer* serialPeer() const { return m_serialPeer.get(); }
@@ -63,9 +64,7 @@ private:
     GpioLineBank m_gpio;
     I2cExpander m_expander{expanderAddress};
     ControlRegistry m_control;
-    std::deque<std::string> m_log;
-    std::size_t m_logLimit = 1000000;
-    std::uint64_t m_logDropped = 0;
+    OperationLog m_log;
     std::unique_ptr<SerialPeer> m_serialPeer;
     std::vector<std::shared_ptr<void>> m_kept;
     std::vector<std::function<void()>> m_resetHooks;

@@ -415,7 +415,32 @@ int InstrumentServer::run()
     fcntl(fuseFd, F_SETFL, fcntl(fuseFd, F_GETFL) | O_NONBLOCK);
     fuse_buf buf{};
     int result = 0;
+    // 1: a request was read; 0: unmounted from outside; < 0: nothing waiting (-EAGAIN) or an error.
+    const auto serveRequest = [&] {
+        const int n = fuse_session_receive_buf(d.session, &buf);
+        if (n > 0)
+            fuse_session_process_buf(d.session, &buf);
+        return n > 0 ? 1 : n == -EINTR ? -EAGAIN : n;
+    };
+    // While a program keeps the file system busy (a PIC run), its next request is mostly waiting by the
+    // time a reply is out: reading it at once saves a poll per operation. The other sources are polled
+    // again after a run of requests; the serial peer's deadlines are kept in between.
+    constexpr int requestsBetweenPolls = 64;
+    int run = 0;
     while (!fuse_session_exited(d.session)) {
+        if (run > 0 && run < requestsBetweenPolls) {
+            const int served = serveRequest();
+            if (served == 1) {
+                ++run;
+                d.serial.serve(0);
+                continue;
+            }
+            if (served != -EAGAIN) {
+                result = served;
+                break;
+            }
+        }
+        run = 0;
         pollfd fds[4] = {
             {fuseFd, POLLIN, 0}, {d.stopFd, POLLIN, 0}, {d.signalFd, POLLIN, 0}, d.serial.pollEntry()};
         timespec timeout{};
@@ -429,15 +454,12 @@ int InstrumentServer::run()
         if (fds[1].revents || fds[2].revents)
             break; // stop() or a signal
         if (fds[0].revents) {
-            const int n = fuse_session_receive_buf(d.session, &buf);
-            if (n == -EINTR || n == -EAGAIN)
-                continue;
-            if (n <= 0) { // 0: unmounted from outside
-                if (n < 0)
-                    result = n;
+            const int served = serveRequest();
+            if (served == 0 || (served < 0 && served != -EAGAIN)) {
+                result = served;
                 break;
             }
-            fuse_session_process_buf(d.session, &buf);
+            run = served == 1 ? 1 : 0;
         }
         d.serial.serve(fds[3].revents);
     }
