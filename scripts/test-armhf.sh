@@ -188,6 +188,17 @@ if ! diff -u <(profile_essentials "$profile") <(instrument_profile | profile_ess
     status=1
 fi
 
+# The sandbox runs the build machine's cp, rm and tar for the instrument's: the same versions.
+for package in coreutils tar bzip2; do
+    ours=$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+    theirs=$(dpkg-query --admindir="$sysroot/var/lib/dpkg" -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+    if [ "$ours" != "$theirs" ]; then
+        echo "test-armhf: $package is ${ours:-missing} here and ${theirs:-missing} on the instrument: the sandbox's" \
+            "target commands no longer stand for the instrument's" >&2
+        status=1
+    fi
+done
+
 say "cross build into $build"
 cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/armhf-toolchain.cmake" \
     -DARMHF_SYSROOT="$sysroot" -DARMHF_EMULATOR="$qemu" -DUPDATER_SANITIZE=OFF >/dev/null
@@ -198,7 +209,11 @@ export QEMU_LD_PREFIX=$sysroot QEMU_CPU=cortex-a8 QT_QPA_PLATFORM=offscreen
 # QtTest ends a test function after 5 minutes; an emulated CPU needs longer for the PIC and end-to-end runs.
 export QTEST_FUNCTION_TIMEOUT=1800000
 say "test suite under Cortex-A8 emulation"
+host=$(mktemp)
+bash scripts/host-state.sh record "$host"
 ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1800 || status=1
+bash scripts/host-state.sh compare "$host" || status=1
+rm -f "$host"
 
 say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
 native=$repo/build-native

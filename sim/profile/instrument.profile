@@ -40,11 +40,11 @@ entry d 0755 0 0 0 /etc/X11/xkb
 entry d 0755 0 0 0 /etc/X11/xorg.conf.d
 entry d 0755 0 0 0 /etc/alternatives
 entry f 0644 0 0 100 /etc/alternatives/README
-entry l 0777 0 0 0 /etc/alternatives/awk ../../usr/bin/mawk
-entry l 0777 0 0 0 /etc/alternatives/nawk ../../usr/bin/mawk
-entry l 0777 0 0 0 /etc/alternatives/pager ../../bin/more
-entry l 0777 0 0 0 /etc/alternatives/rmt ../../usr/sbin/rmt-tar
-entry l 0777 0 0 0 /etc/alternatives/which ../../usr/bin/which.debianutils
+entry l 0777 0 0 0 /etc/alternatives/awk /usr/bin/mawk
+entry l 0777 0 0 0 /etc/alternatives/nawk /usr/bin/mawk
+entry l 0777 0 0 0 /etc/alternatives/pager /bin/more
+entry l 0777 0 0 0 /etc/alternatives/rmt /usr/sbin/rmt-tar
+entry l 0777 0 0 0 /etc/alternatives/which /usr/bin/which.debianutils
 entry d 0755 0 0 0 /etc/apt
 entry d 0755 0 0 0 /etc/apt/apt.conf.d
 entry f 0644 0 0 182 /etc/apt/apt.conf.d/70debconf
@@ -83,39 +83,39 @@ entry f 0644 0 0 1545 /etc/fonts/conf.avail/58-dejavu-lgc-sans-mono.conf
 entry f 0644 0 0 2063 /etc/fonts/conf.avail/58-dejavu-lgc-sans.conf
 entry f 0644 0 0 1689 /etc/fonts/conf.avail/58-dejavu-lgc-serif.conf
 entry d 0755 0 0 0 /etc/fonts/conf.d
-entry l 0777 0 0 0 /etc/fonts/conf.d/10-hinting-slight.conf ../../../usr/share/fontconfig/conf.avail/10-hinting-slight.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/10-scale-bitmap-fonts.conf ../../../usr/share/fontconfig/conf.avail/10-scale-bitmap-fonts.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/10-yes-antialias.conf ../../../usr/share/fontconfig/conf.avail/10-yes-antialias.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/11-lcdfilter-default.conf ../../../usr/share/fontconfig/conf.avail/11-lcdfilter-default.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/10-hinting-slight.conf /usr/share/fontconfig/conf.avail/10-hinting-slight.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/10-scale-bitmap-fonts.conf /usr/share/fontconfig/conf.avail/10-scale-bitmap-fonts.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/10-yes-antialias.conf /usr/share/fontconfig/conf.avail/10-yes-antialias.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/11-lcdfilter-default.conf /usr/share/fontconfig/conf.avail/11-lcdfilter-default.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-lgc-sans-mono.conf ../conf.avail/20-unhint-small-dejavu-lgc-sans-mono.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-lgc-sans.conf ../conf.avail/20-unhint-small-dejavu-lgc-sans.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-lgc-serif.conf ../conf.avail/20-unhint-small-dejavu-lgc-serif.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-sans-mono.conf ../conf.avail/20-unhint-small-dejavu-sans-mono.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-sans.conf ../conf.avail/20-unhint-small-dejavu-sans.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-dejavu-serif.conf ../conf.avail/20-unhint-small-dejavu-serif.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-vera.conf ../../../usr/share/fontconfig/conf.avail/20-unhint-small-vera.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/30-metric-aliases.conf ../../../usr/share/fontconfig/conf.avail/30-metric-aliases.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/40-nonlatin.conf ../../../usr/share/fontconfig/conf.avail/40-nonlatin.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/45-generic.conf ../../../usr/share/fontconfig/conf.avail/45-generic.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/45-latin.conf ../../../usr/share/fontconfig/conf.avail/45-latin.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/48-spacing.conf ../../../usr/share/fontconfig/conf.avail/48-spacing.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/49-sansserif.conf ../../../usr/share/fontconfig/conf.avail/49-sansserif.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/50-user.conf ../../../usr/share/fontconfig/conf.avail/50-user.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/51-local.conf ../../../usr/share/fontconfig/conf.avail/51-local.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/20-unhint-small-vera.conf /usr/share/fontconfig/conf.avail/20-unhint-small-vera.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/30-metric-aliases.conf /usr/share/fontconfig/conf.avail/30-metric-aliases.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/40-nonlatin.conf /usr/share/fontconfig/conf.avail/40-nonlatin.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/45-generic.conf /usr/share/fontconfig/conf.avail/45-generic.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/45-latin.conf /usr/share/fontconfig/conf.avail/45-latin.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/48-spacing.conf /usr/share/fontconfig/conf.avail/48-spacing.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/49-sansserif.conf /usr/share/fontconfig/conf.avail/49-sansserif.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/50-user.conf /usr/share/fontconfig/conf.avail/50-user.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/51-local.conf /usr/share/fontconfig/conf.avail/51-local.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/57-dejavu-sans-mono.conf ../conf.avail/57-dejavu-sans-mono.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/57-dejavu-sans.conf ../conf.avail/57-dejavu-sans.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/57-dejavu-serif.conf ../conf.avail/57-dejavu-serif.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/58-dejavu-lgc-sans-mono.conf ../conf.avail/58-dejavu-lgc-sans-mono.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/58-dejavu-lgc-sans.conf ../conf.avail/58-dejavu-lgc-sans.conf
 entry l 0777 0 0 0 /etc/fonts/conf.d/58-dejavu-lgc-serif.conf ../conf.avail/58-dejavu-lgc-serif.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/60-generic.conf ../../../usr/share/fontconfig/conf.avail/60-generic.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/60-latin.conf ../../../usr/share/fontconfig/conf.avail/60-latin.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/65-fonts-persian.conf ../../../usr/share/fontconfig/conf.avail/65-fonts-persian.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/65-nonlatin.conf ../../../usr/share/fontconfig/conf.avail/65-nonlatin.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/69-unifont.conf ../../../usr/share/fontconfig/conf.avail/69-unifont.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/70-no-bitmaps.conf ../../../usr/share/fontconfig/conf.avail/70-no-bitmaps.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/80-delicious.conf ../../../usr/share/fontconfig/conf.avail/80-delicious.conf
-entry l 0777 0 0 0 /etc/fonts/conf.d/90-synthetic.conf ../../../usr/share/fontconfig/conf.avail/90-synthetic.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/60-generic.conf /usr/share/fontconfig/conf.avail/60-generic.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/60-latin.conf /usr/share/fontconfig/conf.avail/60-latin.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/65-fonts-persian.conf /usr/share/fontconfig/conf.avail/65-fonts-persian.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/65-nonlatin.conf /usr/share/fontconfig/conf.avail/65-nonlatin.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/69-unifont.conf /usr/share/fontconfig/conf.avail/69-unifont.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/70-no-bitmaps.conf /usr/share/fontconfig/conf.avail/70-no-bitmaps.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/80-delicious.conf /usr/share/fontconfig/conf.avail/80-delicious.conf
+entry l 0777 0 0 0 /etc/fonts/conf.d/90-synthetic.conf /usr/share/fontconfig/conf.avail/90-synthetic.conf
 entry f 0644 0 0 979 /etc/fonts/conf.d/README
 entry f 0644 0 0 2940 /etc/fonts/fonts.conf
 entry f 0644 0 0 37 /etc/fstab
@@ -129,11 +129,12 @@ entry f 0644 0 0 9 /etc/host.conf
 entry f 0755 0 0 3 /etc/hostname
 entry d 0755 0 0 0 /etc/init.d
 entry f 0755 0 0 1748 /etc/init.d/hwclock.sh
+entry f 0755 0 0 2063 /etc/init.d/kmod
 entry f 0755 0 0 2762 /etc/init.d/x11-common
 entry f 0644 0 0 1875 /etc/inputrc
 entry f 0644 0 0 27 /etc/issue
 entry f 0644 0 0 20 /etc/issue.net
-entry f 0644 0 0 15403 /etc/ld.so.cache
+entry f 0644 0 0 15463 /etc/ld.so.cache
 entry f 0644 0 0 34 /etc/ld.so.conf
 entry d 0755 0 0 0 /etc/ld.so.conf.d
 entry f 0644 0 0 109 /etc/ld.so.conf.d/arm-linux-gnueabihf.conf
@@ -144,6 +145,8 @@ entry d 0755 0 0 0 /etc/logrotate.d
 entry f 0644 0 0 120 /etc/logrotate.d/alternatives
 entry f 0644 0 0 112 /etc/logrotate.d/dpkg
 entry f 0644 0 0 73816 /etc/mime.types
+entry d 0755 0 0 0 /etc/modprobe.d
+entry f 0644 0 0 248 /etc/modules
 entry f 0644 0 0 286 /etc/motd
 entry f 0644 0 0 767 /etc/netconfig
 entry f 0644 0 0 494 /etc/nsswitch.conf
@@ -183,9 +186,10 @@ entry d 0755 0 0 0 /etc/rc6.d
 entry l 0777 0 0 0 /etc/rc6.d/K01hwclock.sh ../init.d/hwclock.sh
 entry d 0755 0 0 0 /etc/rcS.d
 entry l 0777 0 0 0 /etc/rcS.d/S01hwclock.sh ../init.d/hwclock.sh
+entry l 0777 0 0 0 /etc/rcS.d/S01kmod ../init.d/kmod
 entry l 0777 0 0 0 /etc/rcS.d/S01x11-common ../init.d/x11-common
 entry f 0755 0 0 25 /etc/resolv.conf
-entry l 0777 0 0 0 /etc/rmt ../usr/sbin/rmt
+entry l 0777 0 0 0 /etc/rmt /usr/sbin/rmt
 entry d 0755 0 0 0 /etc/security
 entry f 0644 0 0 4564 /etc/security/access.conf
 entry f 0644 0 0 2234 /etc/security/faillock.conf
@@ -212,8 +216,8 @@ entry f 0644 0 0 0 /etc/subuid
 entry d 0755 0 0 0 /etc/systemd
 entry d 0755 0 0 0 /etc/systemd/system
 entry d 0755 0 0 0 /etc/systemd/system/timers.target.wants
-entry l 0777 0 0 0 /etc/systemd/system/timers.target.wants/dpkg-db-backup.timer ../../../../lib/systemd/system/dpkg-db-backup.timer
-entry l 0777 0 0 0 /etc/systemd/system/timers.target.wants/fstrim.timer ../../../../lib/systemd/system/fstrim.timer
+entry l 0777 0 0 0 /etc/systemd/system/timers.target.wants/dpkg-db-backup.timer /lib/systemd/system/dpkg-db-backup.timer
+entry l 0777 0 0 0 /etc/systemd/system/timers.target.wants/fstrim.timer /lib/systemd/system/fstrim.timer
 entry d 0755 0 0 0 /etc/systemd/user
 entry d 0755 0 0 0 /etc/terminfo
 entry f 0644 0 0 212 /etc/terminfo/README
@@ -249,7 +253,7 @@ entry f 0755 0 0 18020 /usr/bin/addpart
 entry f 0755 0 0 67572 /usr/bin/arch
 entry f 0755 0 0 715 /usr/bin/arm-linux-gnueabihf-qmake
 entry l 0777 0 0 0 /usr/bin/assistant qtchooser
-entry l 0777 0 0 0 /usr/bin/awk ../../etc/alternatives/awk
+entry l 0777 0 0 0 /usr/bin/awk /etc/alternatives/awk
 entry f 0755 0 0 67648 /usr/bin/b2sum
 entry f 0755 0 0 67604 /usr/bin/base32
 entry f 0755 0 0 67604 /usr/bin/base64
@@ -257,6 +261,18 @@ entry f 0755 0 0 67564 /usr/bin/basename
 entry f 0755 0 0 67620 /usr/bin/basenc
 entry f 0755 0 0 838488 /usr/bin/bash
 entry f 0755 0 0 6876 /usr/bin/bashbug
+entry f 0755 0 0 67144 /usr/bin/bunzip2
+entry f 0755 0 0 67144 /usr/bin/bzcat
+entry l 0777 0 0 0 /usr/bin/bzcmp bzdiff
+entry f 0755 0 0 2225 /usr/bin/bzdiff
+entry l 0777 0 0 0 /usr/bin/bzegrep bzgrep
+entry f 0755 0 0 4893 /usr/bin/bzexe
+entry l 0777 0 0 0 /usr/bin/bzfgrep bzgrep
+entry f 0755 0 0 3775 /usr/bin/bzgrep
+entry f 0755 0 0 67144 /usr/bin/bzip2
+entry f 0755 0 0 67112 /usr/bin/bzip2recover
+entry l 0777 0 0 0 /usr/bin/bzless bzmore
+entry f 0755 0 0 1297 /usr/bin/bzmore
 entry l 0777 0 0 0 /usr/bin/captoinfo tic
 entry f 0755 0 0 67632 /usr/bin/cat
 entry f 0755 0 0 67720 /usr/bin/chcon
@@ -365,11 +381,12 @@ entry f 0755 0 0 46692 /usr/bin/ipcs
 entry f 0755 0 0 9724 /usr/bin/ischroot
 entry f 0755 0 0 67648 /usr/bin/join
 entry f 0755 0 0 4992 /usr/bin/json_pp
+entry f 0755 0 0 132716 /usr/bin/kmod
 entry f 0755 0 0 30308 /usr/bin/last
 entry l 0777 0 0 0 /usr/bin/lastb last
 entry f 0755 0 0 18724 /usr/bin/lastlog
 entry l 0777 0 0 0 /usr/bin/lconvert qtchooser
-entry l 0777 0 0 0 /usr/bin/ld.so ../../lib/ld-linux-armhf.so.3
+entry l 0777 0 0 0 /usr/bin/ld.so /lib/ld-linux-armhf.so.3
 entry f 0755 0 0 5306 /usr/bin/ldd
 entry f 0755 0 0 15778 /usr/bin/libnetcfg
 entry l 0777 0 0 0 /usr/bin/linguist qtchooser
@@ -392,6 +409,7 @@ entry f 0755 0 0 22204 /usr/bin/lsirq
 entry f 0755 0 0 42884 /usr/bin/lslocks
 entry f 0755 0 0 63088 /usr/bin/lslogins
 entry f 0755 0 0 42596 /usr/bin/lsmem
+entry l 0777 0 0 0 /usr/bin/lsmod kmod
 entry f 0755 0 0 50792 /usr/bin/lsns
 entry l 0777 0 0 0 /usr/bin/lupdate qtchooser
 entry f 0755 0 0 132992 /usr/bin/mawk
@@ -405,11 +423,12 @@ entry f 0755 0 0 67764 /usr/bin/mknod
 entry f 0755 0 0 67596 /usr/bin/mktemp
 entry l 0777 0 0 0 /usr/bin/moc qtchooser
 entry f 0755 0 0 38504 /usr/bin/more
+entry f 4755 0 0 38496 /usr/bin/mount
 entry f 0755 0 0 9824 /usr/bin/mountpoint
 entry f 0755 0 0 133532 /usr/bin/mv
 entry f 0755 0 0 22116 /usr/bin/namei
 entry f 0755 0 0 0 /usr/bin/nandwrite
-entry l 0777 0 0 0 /usr/bin/nawk ../../etc/alternatives/nawk
+entry l 0777 0 0 0 /usr/bin/nawk /etc/alternatives/nawk
 entry f 4755 0 0 26920 /usr/bin/newgrp
 entry f 0755 0 0 67584 /usr/bin/nice
 entry l 0777 0 0 0 /usr/bin/nisdomainname hostname
@@ -419,7 +438,7 @@ entry f 0755 0 0 67592 /usr/bin/nproc
 entry f 0755 0 0 22232 /usr/bin/nsenter
 entry f 0755 0 0 67696 /usr/bin/numfmt
 entry f 0755 0 0 67656 /usr/bin/od
-entry l 0777 0 0 0 /usr/bin/pager ../../etc/alternatives/pager
+entry l 0777 0 0 0 /usr/bin/pager /etc/alternatives/pager
 entry f 0755 0 0 75368 /usr/bin/partx
 entry f 0755 0 0 67592 /usr/bin/paste
 entry f 0755 0 0 67572 /usr/bin/pathchk
@@ -434,7 +453,7 @@ entry f 0755 0 0 125 /usr/bin/perldoc
 entry f 0755 0 0 10867 /usr/bin/perlivp
 entry f 0755 0 0 45183 /usr/bin/perlthanks
 entry f 0755 0 0 8360 /usr/bin/piconv
-entry l 0777 0 0 0 /usr/bin/pidof ../../sbin/killall5
+entry l 0777 0 0 0 /usr/bin/pidof /sbin/killall5
 entry f 0755 0 0 67660 /usr/bin/pinky
 entry l 0777 0 0 0 /usr/bin/pixeltool qtchooser
 entry f 0755 0 0 4536 /usr/bin/pl2pm
@@ -569,6 +588,7 @@ entry f 0755 0 0 0 /usr/bin/ubiformat
 entry f 0755 0 0 38500 /usr/bin/uclampset
 entry l 0777 0 0 0 /usr/bin/uic qtchooser
 entry l 0777 0 0 0 /usr/bin/uic3 qtchooser
+entry f 4755 0 0 22108 /usr/bin/umount
 entry f 0755 0 0 67572 /usr/bin/uname
 entry f 0755 0 0 2346 /usr/bin/uncompress
 entry f 0755 0 0 67616 /usr/bin/unexpand
@@ -585,7 +605,7 @@ entry f 0755 0 0 22116 /usr/bin/wall
 entry f 0755 0 0 67680 /usr/bin/wc
 entry f 0755 0 0 42608 /usr/bin/wdctl
 entry f 0755 0 0 18224 /usr/bin/whereis
-entry l 0777 0 0 0 /usr/bin/which ../../etc/alternatives/which
+entry l 0777 0 0 0 /usr/bin/which /etc/alternatives/which
 entry f 0755 0 0 946 /usr/bin/which.debianutils
 entry f 0755 0 0 67664 /usr/bin/who
 entry f 0755 0 0 67572 /usr/bin/whoami
@@ -1021,7 +1041,7 @@ entry d 0755 0 0 0 /usr/lib/arm-linux-gnueabihf/krb5/plugins/preauth
 entry f 0644 0 0 67888 /usr/lib/arm-linux-gnueabihf/krb5/plugins/preauth/spake.so
 entry f 0755 0 0 126500 /usr/lib/arm-linux-gnueabihf/ld-linux-armhf.so.3
 entry f 0644 0 0 1314 /usr/lib/arm-linux-gnueabihf/libBrokenLocale.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libBrokenLocale.so ../../../lib/arm-linux-gnueabihf/libBrokenLocale.so.1
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libBrokenLocale.so /lib/arm-linux-gnueabihf/libBrokenLocale.so.1
 entry f 0644 0 0 5540 /usr/lib/arm-linux-gnueabihf/libBrokenLocale.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libEGL.so libEGL.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libEGL.so.1 libEGL.so.1.1.0
@@ -1145,7 +1165,7 @@ entry f 0644 0 0 13780 /usr/lib/arm-linux-gnueabihf/libXxf86vm.so.1.0.0
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libacl.so.1 libacl.so.1.1.2301
 entry f 0644 0 0 21824 /usr/lib/arm-linux-gnueabihf/libacl.so.1.1.2301
 entry f 0644 0 0 8 /usr/lib/arm-linux-gnueabihf/libanl.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libanl.so ../../../lib/arm-linux-gnueabihf/libanl.so.1
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libanl.so /lib/arm-linux-gnueabihf/libanl.so.1
 entry f 0644 0 0 9772 /usr/lib/arm-linux-gnueabihf/libanl.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libasan.so.8 libasan.so.8.0.0
 entry f 0644 0 0 7407940 /usr/lib/arm-linux-gnueabihf/libasan.so.8.0.0
@@ -1175,7 +1195,7 @@ entry f 0644 0 0 69948 /usr/lib/arm-linux-gnueabihf/libbz2.so.1.0.4
 entry f 0644 0 0 3371470 /usr/lib/arm-linux-gnueabihf/libc.a
 entry f 0644 0 0 289 /usr/lib/arm-linux-gnueabihf/libc.so
 entry f 0755 0 0 1102644 /usr/lib/arm-linux-gnueabihf/libc.so.6
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libc_malloc_debug.so ../../../lib/arm-linux-gnueabihf/libc_malloc_debug.so.0
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libc_malloc_debug.so /lib/arm-linux-gnueabihf/libc_malloc_debug.so.0
 entry f 0644 0 0 31564 /usr/lib/arm-linux-gnueabihf/libc_malloc_debug.so.0
 entry f 0644 0 0 8862 /usr/lib/arm-linux-gnueabihf/libc_nonshared.a
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libcap-ng.so.0 libcap-ng.so.0.0.0
@@ -1185,7 +1205,7 @@ entry f 0644 0 0 30084 /usr/lib/arm-linux-gnueabihf/libcap.so.2.66
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libcom_err.so.2 libcom_err.so.2.1
 entry f 0644 0 0 9528 /usr/lib/arm-linux-gnueabihf/libcom_err.so.2.1
 entry f 0644 0 0 223260 /usr/lib/arm-linux-gnueabihf/libcrypt.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libcrypt.so ../../../lib/arm-linux-gnueabihf/libcrypt.so.1
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libcrypt.so /lib/arm-linux-gnueabihf/libcrypt.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libcrypt.so.1 libcrypt.so.1.1.0
 entry f 0644 0 0 198056 /usr/lib/arm-linux-gnueabihf/libcrypt.so.1.1.0
 entry f 0644 0 0 2655884 /usr/lib/arm-linux-gnueabihf/libcrypto.so.3
@@ -1228,7 +1248,7 @@ entry f 0644 0 0 43068 /usr/lib/arm-linux-gnueabihf/libformw.so.6.4
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libfreetype.so.6 libfreetype.so.6.18.3
 entry f 0644 0 0 480748 /usr/lib/arm-linux-gnueabihf/libfreetype.so.6.18.3
 entry f 0644 0 0 221064 /usr/lib/arm-linux-gnueabihf/libfuse3.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libfuse3.so ../../../lib/arm-linux-gnueabihf/libfuse3.so.3
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libfuse3.so /lib/arm-linux-gnueabihf/libfuse3.so.3
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libfuse3.so.3 libfuse3.so.3.14.0
 entry f 0644 0 0 148968 /usr/lib/arm-linux-gnueabihf/libfuse3.so.3.14.0
 entry f 0644 0 0 758 /usr/lib/arm-linux-gnueabihf/libg.a
@@ -1296,6 +1316,8 @@ entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libk5crypto.so.3 libk5crypto.so.
 entry f 0644 0 0 137040 /usr/lib/arm-linux-gnueabihf/libk5crypto.so.3.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libkeyutils.so.1 libkeyutils.so.1.10
 entry f 0644 0 0 66880 /usr/lib/arm-linux-gnueabihf/libkeyutils.so.1.10
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libkmod.so.2 libkmod.so.2.4.0
+entry f 0644 0 0 67044 /usr/lib/arm-linux-gnueabihf/libkmod.so.2.4.0
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libkrb5.so.3 libkrb5.so.3.3
 entry f 0644 0 0 571896 /usr/lib/arm-linux-gnueabihf/libkrb5.so.3.3
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libkrb5support.so.0 libkrb5support.so.0.1
@@ -1305,7 +1327,7 @@ entry f 0644 0 0 132688 /usr/lib/arm-linux-gnueabihf/liblz4.so.1.9.4
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/liblzma.so.5 liblzma.so.5.4.1
 entry f 0644 0 0 124276 /usr/lib/arm-linux-gnueabihf/liblzma.so.5.4.1
 entry f 0644 0 0 541736 /usr/lib/arm-linux-gnueabihf/libm.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libm.so ../../../lib/arm-linux-gnueabihf/libm.so.6
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libm.so /lib/arm-linux-gnueabihf/libm.so.6
 entry f 0644 0 0 259544 /usr/lib/arm-linux-gnueabihf/libm.so.6
 entry f 0644 0 0 912 /usr/lib/arm-linux-gnueabihf/libmcheck.a
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libmd.so.0 libmd.so.0.0.5
@@ -1328,11 +1350,11 @@ entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnsl.so libnsl.so.2.0.1
 entry f 0644 0 0 55128 /usr/lib/arm-linux-gnueabihf/libnsl.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnsl.so.2 libnsl.so.2.0.1
 entry f 0644 0 0 55516 /usr/lib/arm-linux-gnueabihf/libnsl.so.2.0.1
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnss_compat.so ../../../lib/arm-linux-gnueabihf/libnss_compat.so.2
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnss_compat.so /lib/arm-linux-gnueabihf/libnss_compat.so.2
 entry f 0644 0 0 22272 /usr/lib/arm-linux-gnueabihf/libnss_compat.so.2
 entry f 0644 0 0 5528 /usr/lib/arm-linux-gnueabihf/libnss_dns.so.2
 entry f 0644 0 0 5528 /usr/lib/arm-linux-gnueabihf/libnss_files.so.2
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnss_hesiod.so ../../../lib/arm-linux-gnueabihf/libnss_hesiod.so.2
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libnss_hesiod.so /lib/arm-linux-gnueabihf/libnss_hesiod.so.2
 entry f 0644 0 0 13836 /usr/lib/arm-linux-gnueabihf/libnss_hesiod.so.2
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libp11-kit.so.0 libp11-kit.so.0.3.0
 entry f 0644 0 0 807152 /usr/lib/arm-linux-gnueabihf/libp11-kit.so.0.3.0
@@ -1373,17 +1395,17 @@ entry f 0644 0 0 8 /usr/lib/arm-linux-gnueabihf/libpthread_nonshared.a
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libreadline.so.8 libreadline.so.8.2
 entry f 0644 0 0 211644 /usr/lib/arm-linux-gnueabihf/libreadline.so.8.2
 entry f 0644 0 0 50192 /usr/lib/arm-linux-gnueabihf/libresolv.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libresolv.so ../../../lib/arm-linux-gnueabihf/libresolv.so.2
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libresolv.so /lib/arm-linux-gnueabihf/libresolv.so.2
 entry f 0644 0 0 38664 /usr/lib/arm-linux-gnueabihf/libresolv.so.2
 entry f 0644 0 0 8 /usr/lib/arm-linux-gnueabihf/librt.a
 entry f 0644 0 0 5648 /usr/lib/arm-linux-gnueabihf/librt.so.1
 entry f 0644 0 0 241916 /usr/lib/arm-linux-gnueabihf/libselinux.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libselinux.so ../../../lib/arm-linux-gnueabihf/libselinux.so.1
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libselinux.so /lib/arm-linux-gnueabihf/libselinux.so.1
 entry f 0644 0 0 112132 /usr/lib/arm-linux-gnueabihf/libselinux.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libsensors.so.5 libsensors.so.5.0.0
 entry f 0644 0 0 67268 /usr/lib/arm-linux-gnueabihf/libsensors.so.5.0.0
 entry f 0644 0 0 918756 /usr/lib/arm-linux-gnueabihf/libsepol.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libsepol.so ../../../lib/arm-linux-gnueabihf/libsepol.so.2
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libsepol.so /lib/arm-linux-gnueabihf/libsepol.so.2
 entry f 0644 0 0 476680 /usr/lib/arm-linux-gnueabihf/libsepol.so.2
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libsmartcols.so.1 libsmartcols.so.1.1.0
 entry f 0644 0 0 148972 /usr/lib/arm-linux-gnueabihf/libsmartcols.so.1.1.0
@@ -1396,14 +1418,14 @@ entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libsystemd.so.0 libsystemd.so.0.
 entry f 0644 0 0 560724 /usr/lib/arm-linux-gnueabihf/libsystemd.so.0.35.0
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtasn1.so.6 libtasn1.so.6.6.3
 entry f 0644 0 0 50552 /usr/lib/arm-linux-gnueabihf/libtasn1.so.6.6.3
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libthread_db.so ../../../lib/arm-linux-gnueabihf/libthread_db.so.1
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libthread_db.so /lib/arm-linux-gnueabihf/libthread_db.so.1
 entry f 0644 0 0 22280 /usr/lib/arm-linux-gnueabihf/libthread_db.so.1
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtic.so.6 libtic.so.6.4
 entry f 0644 0 0 46584 /usr/lib/arm-linux-gnueabihf/libtic.so.6.4
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtinfo.so.6 libtinfo.so.6.4
 entry f 0644 0 0 129164 /usr/lib/arm-linux-gnueabihf/libtinfo.so.6.4
 entry f 0644 0 0 247832 /usr/lib/arm-linux-gnueabihf/libtirpc.a
-entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtirpc.so ../../../lib/arm-linux-gnueabihf/libtirpc.so.3.0.0
+entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtirpc.so /lib/arm-linux-gnueabihf/libtirpc.so.3.0.0
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libtirpc.so.3 libtirpc.so.3.0.0
 entry f 0644 0 0 132672 /usr/lib/arm-linux-gnueabihf/libtirpc.so.3.0.0
 entry l 0777 0 0 0 /usr/lib/arm-linux-gnueabihf/libubsan.so.1 libubsan.so.1.0.0
@@ -2933,6 +2955,8 @@ entry d 0755 0 0 0 /usr/lib/mime
 entry d 0755 0 0 0 /usr/lib/mime/packages
 entry f 0644 0 0 321 /usr/lib/mime/packages/tar
 entry f 0644 0 0 90 /usr/lib/mime/packages/util-linux
+entry d 0755 0 0 0 /usr/lib/modprobe.d
+entry f 0644 0 0 624 /usr/lib/modprobe.d/aliases.conf
 entry d 0755 0 0 0 /usr/lib/modules
 entry d 0755 0 0 0 /usr/lib/modules/4.19.0-instrument
 entry d 0755 0 0 0 /usr/lib/modules/4.19.0-instrument/kernel
@@ -3894,7 +3918,7 @@ entry f 0644 0 0 13501 /usr/lib/python3.11/shlex.py
 entry f 0644 0 0 54861 /usr/lib/python3.11/shutil.py
 entry f 0644 0 0 2438 /usr/lib/python3.11/signal.py
 entry f 0644 0 0 23728 /usr/lib/python3.11/site.py
-entry l 0777 0 0 0 /usr/lib/python3.11/sitecustomize.py ../../../etc/python3.11/sitecustomize.py
+entry l 0777 0 0 0 /usr/lib/python3.11/sitecustomize.py /etc/python3.11/sitecustomize.py
 entry f 0755 0 0 31162 /usr/lib/python3.11/smtpd.py
 entry f 0755 0 0 45418 /usr/lib/python3.11/smtplib.py
 entry f 0644 0 0 7448 /usr/lib/python3.11/sndhdr.py
@@ -4292,6 +4316,7 @@ entry f 0755 0 0 26208 /usr/sbin/chcpu
 entry f 0755 0 0 38500 /usr/sbin/chmem
 entry f 0755 0 0 67644 /usr/sbin/chroot
 entry f 0755 0 0 26208 /usr/sbin/ctrlaltdel
+entry l 0777 0 0 0 /usr/sbin/depmod /bin/kmod
 entry f 0755 0 0 17401 /usr/sbin/dpkg-fsys-usrunmess
 entry f 0755 0 0 3925 /usr/sbin/dpkg-preconfigure
 entry f 0755 0 0 4485 /usr/sbin/dpkg-reconfigure
@@ -4306,18 +4331,23 @@ entry f 0755 0 0 46692 /usr/sbin/fstrim
 entry l 0777 0 0 0 /usr/sbin/getty agetty
 entry f 0755 0 0 54924 /usr/sbin/hwclock
 entry f 0755 0 0 18160 /usr/sbin/iconvconfig
+entry l 0777 0 0 0 /usr/sbin/insmod /bin/kmod
 entry f 0755 0 0 2659 /usr/sbin/installkernel
 entry f 0755 0 0 16517 /usr/sbin/invoke-rc.d
 entry f 0755 0 0 18020 /usr/sbin/isosize
 entry f 0755 0 0 18044 /usr/sbin/killall5
 entry f 0755 0 0 22116 /usr/sbin/ldattach
 entry f 0755 0 0 518784 /usr/sbin/ldconfig
+entry f 0755 0 0 75460 /usr/sbin/losetup
+entry l 0777 0 0 0 /usr/sbin/lsmod /bin/kmod
 entry f 0755 0 0 9824 /usr/sbin/mkfs
 entry f 0755 0 0 22116 /usr/sbin/mkfs.bfs
 entry f 0755 0 0 26164 /usr/sbin/mkfs.cramfs
 entry f 0755 0 0 75372 /usr/sbin/mkfs.minix
 entry f 0755 0 0 17976 /usr/sbin/mkhomedir_helper
 entry f 0755 0 0 75368 /usr/sbin/mkswap
+entry l 0777 0 0 0 /usr/sbin/modinfo /bin/kmod
+entry l 0777 0 0 0 /usr/sbin/modprobe /bin/kmod
 entry f 0755 0 0 5672 /usr/sbin/nologin
 entry f 0755 0 0 21288 /usr/sbin/pam-auth-update
 entry f 0755 0 0 2890 /usr/sbin/pam_getenv
@@ -4327,7 +4357,8 @@ entry f 0755 0 0 9824 /usr/sbin/pivot_root
 entry f 0755 0 0 9780 /usr/sbin/pwhistory_helper
 entry f 0755 0 0 22152 /usr/sbin/readprofile
 entry f 0755 0 0 1111 /usr/sbin/remove-shell
-entry l 0777 0 0 0 /usr/sbin/rmt ../../etc/alternatives/rmt
+entry l 0777 0 0 0 /usr/sbin/rmmod /bin/kmod
+entry l 0777 0 0 0 /usr/sbin/rmt /etc/alternatives/rmt
 entry f 0755 0 0 34768 /usr/sbin/rmt-tar
 entry f 0755 0 0 30308 /usr/sbin/rtcwake
 entry f 0755 0 0 50800 /usr/sbin/runuser
@@ -4335,6 +4366,8 @@ entry f 0755 0 0 9107 /usr/sbin/service
 entry f 0755 0 0 30892 /usr/sbin/start-stop-daemon
 entry f 0755 0 0 34404 /usr/sbin/sulogin
 entry f 0755 0 0 9824 /usr/sbin/swaplabel
+entry f 0755 0 0 13916 /usr/sbin/swapoff
+entry f 0755 0 0 34400 /usr/sbin/swapon
 entry f 0755 0 0 9844 /usr/sbin/switch_root
 entry f 0755 0 0 936 /usr/sbin/tarcat
 entry f 2755 0 42 22072 /usr/sbin/unix_chkpwd
@@ -4600,7 +4633,7 @@ entry f 0644 0 0 9519 /usr/share/X11/locale/zh_TW.big5/XLC_LOCALE
 entry f 0644 0 0 302 /usr/share/X11/locale/zh_TW/Compose
 entry f 0644 0 0 244 /usr/share/X11/locale/zh_TW/XI18N_OBJS
 entry f 0644 0 0 2283 /usr/share/X11/locale/zh_TW/XLC_LOCALE
-entry l 0777 0 0 0 /usr/share/X11/rgb.txt ../../../etc/X11/rgb.txt
+entry l 0777 0 0 0 /usr/share/X11/rgb.txt /etc/X11/rgb.txt
 entry d 0755 0 0 0 /usr/share/X11/xkb
 entry d 0755 0 0 0 /usr/share/X11/xkb/compat
 entry f 0644 0 0 1712 /usr/share/X11/xkb/compat/README
@@ -4968,10 +5001,12 @@ entry f 0644 0 0 576 /usr/share/bash-completion/completions/ipcmk
 entry f 0644 0 0 1423 /usr/share/bash-completion/completions/ipcrm
 entry f 0644 0 0 514 /usr/share/bash-completion/completions/ipcs
 entry f 0644 0 0 529 /usr/share/bash-completion/completions/isosize
+entry f 0644 0 0 3235 /usr/share/bash-completion/completions/kmod
 entry f 0644 0 0 949 /usr/share/bash-completion/completions/last
 entry l 0777 0 0 0 /usr/share/bash-completion/completions/lastb last
 entry f 0644 0 0 1472 /usr/share/bash-completion/completions/ldattach
 entry f 0644 0 0 1553 /usr/share/bash-completion/completions/logger
+entry f 0644 0 0 1738 /usr/share/bash-completion/completions/losetup
 entry f 0644 0 0 2212 /usr/share/bash-completion/completions/lsblk
 entry f 0644 0 0 1066 /usr/share/bash-completion/completions/lscpu
 entry f 0644 0 0 1310 /usr/share/bash-completion/completions/lsipc
@@ -4988,6 +5023,7 @@ entry f 0644 0 0 839 /usr/share/bash-completion/completions/mkfs.cramfs
 entry f 0644 0 0 749 /usr/share/bash-completion/completions/mkfs.minix
 entry f 0644 0 0 876 /usr/share/bash-completion/completions/mkswap
 entry f 0644 0 0 752 /usr/share/bash-completion/completions/more
+entry f 0644 0 0 2112 /usr/share/bash-completion/completions/mount
 entry f 0644 0 0 498 /usr/share/bash-completion/completions/mountpoint
 entry f 0644 0 0 500 /usr/share/bash-completion/completions/namei
 entry f 0644 0 0 1195 /usr/share/bash-completion/completions/nsenter
@@ -5009,8 +5045,11 @@ entry f 0644 0 0 440 /usr/share/bash-completion/completions/setsid
 entry f 0644 0 0 2591 /usr/share/bash-completion/completions/setterm
 entry f 0644 0 0 892 /usr/share/bash-completion/completions/su
 entry f 0644 0 0 635 /usr/share/bash-completion/completions/swaplabel
+entry f 0644 0 0 743 /usr/share/bash-completion/completions/swapoff
+entry f 0644 0 0 2007 /usr/share/bash-completion/completions/swapon
 entry f 0644 0 0 1213 /usr/share/bash-completion/completions/taskset
 entry f 0644 0 0 665 /usr/share/bash-completion/completions/uclampset
+entry f 0644 0 0 1710 /usr/share/bash-completion/completions/umount
 entry f 0644 0 0 936 /usr/share/bash-completion/completions/unshare
 entry f 0644 0 0 475 /usr/share/bash-completion/completions/utmpdump
 entry f 0644 0 0 634 /usr/share/bash-completion/completions/wall
@@ -5198,6 +5237,9 @@ entry f 0644 0 0 34717 /usr/share/info/grep.info.gz
 entry f 0644 0 0 15726 /usr/share/info/gzip.info.gz
 entry f 0644 0 0 26693 /usr/share/info/rluserman.info.gz
 entry f 0644 0 0 56008 /usr/share/info/sed.info.gz
+entry d 0755 0 0 0 /usr/share/initramfs-tools
+entry d 0755 0 0 0 /usr/share/initramfs-tools/hooks
+entry f 0755 0 0 432 /usr/share/initramfs-tools/hooks/kmod
 entry d 0755 0 0 0 /usr/share/libc-bin
 entry f 0644 0 0 494 /usr/share/libc-bin/nsswitch.conf
 entry d 0755 0 0 0 /usr/share/libdrm
@@ -5750,6 +5792,7 @@ entry f 0644 0 0 113 /usr/share/lintian/overrides/libsmartcols1
 entry f 0644 0 0 60 /usr/share/lintian/overrides/libx11-6
 entry f 0644 0 0 43 /usr/share/lintian/overrides/libxml2
 entry f 0644 0 0 59 /usr/share/lintian/overrides/login
+entry f 0644 0 0 93 /usr/share/lintian/overrides/mount
 entry f 0644 0 0 240 /usr/share/lintian/overrides/ncurses-base
 entry f 0644 0 0 161 /usr/share/lintian/overrides/perl
 entry f 0644 0 0 322 /usr/share/lintian/overrides/perl-base
@@ -8427,7 +8470,7 @@ entry d 0755 0 0 0 /var/backups
 entry d 0755 0 0 0 /var/cache
 entry d 0755 0 0 0 /var/lib
 entry d 0755 0 0 0 /var/lib/apt
-entry f 0644 0 0 10522 /var/lib/apt/extended_states
+entry f 0644 0 0 10579 /var/lib/apt/extended_states
 entry d 0755 0 0 0 /var/lib/apt/lists
 entry f 0640 0 0 0 /var/lib/apt/lists/lock
 entry d 0700 42 0 0 /var/lib/apt/lists/partial
@@ -8458,6 +8501,8 @@ entry f 0755 0 0 209 /var/lib/dpkg/info/bash.postrm
 entry f 0755 0 0 289 /var/lib/dpkg/info/bash.prerm
 entry f 0644 0 0 957 /var/lib/dpkg/info/bsdutils.list
 entry f 0644 0 0 1467 /var/lib/dpkg/info/bsdutils.md5sums
+entry f 0644 0 0 786 /var/lib/dpkg/info/bzip2.list
+entry f 0644 0 0 972 /var/lib/dpkg/info/bzip2.md5sums
 entry f 0644 0 0 12777 /var/lib/dpkg/info/coreutils.list
 entry f 0644 0 0 15775 /var/lib/dpkg/info/coreutils.md5sums
 entry f 0755 0 0 136 /var/lib/dpkg/info/coreutils.postinst
@@ -8518,6 +8563,13 @@ entry f 0644 0 0 251 /var/lib/dpkg/info/hostname.md5sums
 entry f 0644 0 0 1030 /var/lib/dpkg/info/init-system-helpers.list
 entry f 0644 0 0 1142 /var/lib/dpkg/info/init-system-helpers.md5sums
 entry f 0755 0 0 526 /var/lib/dpkg/info/init-system-helpers.postinst
+entry f 0644 0 0 17 /var/lib/dpkg/info/kmod.conffiles
+entry f 0644 0 0 1096 /var/lib/dpkg/info/kmod.list
+entry f 0644 0 0 1177 /var/lib/dpkg/info/kmod.md5sums
+entry f 0755 0 0 740 /var/lib/dpkg/info/kmod.postinst
+entry f 0755 0 0 364 /var/lib/dpkg/info/kmod.postrm
+entry f 0755 0 0 225 /var/lib/dpkg/info/kmod.preinst
+entry f 0644 0 0 82 /var/lib/dpkg/info/kmod.triggers
 entry f 0644 0 0 381 /var/lib/dpkg/info/libacl1:armhf.list
 entry f 0644 0 0 362 /var/lib/dpkg/info/libacl1:armhf.md5sums
 entry f 0644 0 0 67 /var/lib/dpkg/info/libacl1:armhf.shlibs
@@ -8883,6 +8935,11 @@ entry f 0644 0 0 230 /var/lib/dpkg/info/libkeyutils1:armhf.md5sums
 entry f 0644 0 0 38 /var/lib/dpkg/info/libkeyutils1:armhf.shlibs
 entry f 0644 0 0 2084 /var/lib/dpkg/info/libkeyutils1:armhf.symbols
 entry f 0644 0 0 68 /var/lib/dpkg/info/libkeyutils1:armhf.triggers
+entry f 0644 0 0 299 /var/lib/dpkg/info/libkmod2:armhf.list
+entry f 0644 0 0 293 /var/lib/dpkg/info/libkmod2:armhf.md5sums
+entry f 0644 0 0 67 /var/lib/dpkg/info/libkmod2:armhf.shlibs
+entry f 0644 0 0 3009 /var/lib/dpkg/info/libkmod2:armhf.symbols
+entry f 0644 0 0 68 /var/lib/dpkg/info/libkmod2:armhf.triggers
 entry f 0644 0 0 659 /var/lib/dpkg/info/libkrb5-3:armhf.list
 entry f 0644 0 0 527 /var/lib/dpkg/info/libkrb5-3:armhf.md5sums
 entry f 0644 0 0 32 /var/lib/dpkg/info/libkrb5-3:armhf.shlibs
@@ -9382,6 +9439,8 @@ entry f 0755 0 0 186 /var/lib/dpkg/info/mawk.prerm
 entry f 0644 0 0 16 /var/lib/dpkg/info/media-types.conffiles
 entry f 0644 0 0 236 /var/lib/dpkg/info/media-types.list
 entry f 0644 0 0 211 /var/lib/dpkg/info/media-types.md5sums
+entry f 0644 0 0 1044 /var/lib/dpkg/info/mount.list
+entry f 0644 0 0 1505 /var/lib/dpkg/info/mount.md5sums
 entry f 0644 0 0 21 /var/lib/dpkg/info/ncurses-base.conffiles
 entry f 0644 0 0 1925 /var/lib/dpkg/info/ncurses-base.list
 entry f 0644 0 0 3130 /var/lib/dpkg/info/ncurses-base.md5sums
@@ -9489,8 +9548,8 @@ entry f 0644 0 0 68 /var/lib/dpkg/info/zlib1g:armhf.triggers
 entry f 0640 0 0 0 /var/lib/dpkg/lock
 entry f 0640 0 0 0 /var/lib/dpkg/lock-frontend
 entry d 0755 0 0 0 /var/lib/dpkg/parts
-entry f 0644 0 0 215840 /var/lib/dpkg/status
-entry f 0644 0 0 215858 /var/lib/dpkg/status-old
+entry f 0644 0 0 218406 /var/lib/dpkg/status
+entry f 0644 0 0 218420 /var/lib/dpkg/status-old
 entry d 0755 0 0 0 /var/lib/dpkg/triggers
 entry f 0644 0 0 343 /var/lib/dpkg/triggers/File
 entry f 0600 0 0 0 /var/lib/dpkg/triggers/Lock
