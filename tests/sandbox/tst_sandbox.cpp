@@ -185,7 +185,7 @@ private slots:
         if (job.skipped())
             QSKIP(qPrintable(job.output));
         QVERIFY2(job.view.contains(updateComplete), qPrintable(job.view + job.output));
-        const Node unpacked = node(job.state + "/tmp/firmware_update/update_config");
+        const Node unpacked = node(job.state + "/rootfs/tmp/firmware_update/update_config");
         QCOMPARE(unpacked.uid, uid);
         QCOMPARE(unpacked.gid, gid);
         const Node module = node(job.state + "/rootfs/usr/lib/modules/4.19.0-instrument/extra/keypad.ko");
@@ -209,7 +209,7 @@ private slots:
         if (job.skipped())
             QSKIP(qPrintable(job.output));
         QVERIFY2(job.view.contains(updateComplete), qPrintable(job.view + job.output));
-        const Node device = node(job.state + "/tmp/firmware_update/console");
+        const Node device = node(job.state + "/rootfs/tmp/firmware_update/console");
         QVERIFY(S_ISCHR(device.mode));
         QCOMPARE(device.rdev, makedev(5, 1));
     }
@@ -220,7 +220,7 @@ private slots:
     {
         QTest::addColumn<bool>("modules");
         QTest::addColumn<QString>("upper"); // the upper layer of that folder
-        QTest::newRow("package packed from ./ sets /tmp") << false << "tmp";
+        QTest::newRow("package packed from ./ sets /tmp") << false << "rootfs/tmp";
         QTest::newRow("modules packed from ./ set /") << true << "rootfs";
     }
 
