@@ -173,10 +173,13 @@ profile_essentials() {
     awk '$1 != "entry" && $1 !~ /^#/ { print; next } $2 == "d" { print "folder", $7 }
          $1 == "entry" && $7 ~ /^\/[^\/]*$/ { print "top", $2, $7, $8 }' "$1" | LC_ALL=C sort
 }
+# The files of that root whose content decides what tar does (the names of owners) go in sim/target.
+owner_names=(etc/passwd etc/group)
 if [ "$mode" = profile ]; then
     instrument_profile >"$profile.new"
     mv "$profile.new" "$profile"
-    say "wrote $profile ($(grep -c '^entry' "$profile") entries)"
+    for file in "${owner_names[@]}"; do cp "$sysroot/$file" "$repo/sim/target/$file"; done
+    say "wrote $profile ($(grep -c '^entry' "$profile") entries) and ${owner_names[*]/#/sim/target/}"
     exit 0
 fi
 
@@ -187,6 +190,10 @@ if ! diff -u <(profile_essentials "$profile") <(instrument_profile | profile_ess
         "write it afresh with 'scripts/test-armhf.sh profile'" >&2
     status=1
 fi
+for file in "${owner_names[@]}"; do
+    cmp "$sysroot/$file" "sim/target/$file" ||
+        { echo "test-armhf: sim/target/$file differs from the sysroot's: 'scripts/test-armhf.sh profile'" >&2; status=1; }
+done
 
 # The sandbox runs the build machine's cp, rm and tar for the instrument's: the same versions.
 for package in coreutils tar bzip2; do

@@ -20,7 +20,8 @@ poll() { # <seconds> <command...>
 
 Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp -nolisten local 3>"$out/display" >"$out/xvfb.log" 2>&1 &
 poll 60 grep -qE '^[0-9]+$' "$out/display"
-export DISPLAY=":$(<"$out/display")"
+DISPLAY=":$(<"$out/display")"
+export DISPLAY
 probe=$out/probe.txt
 QT_QPA_PLATFORM=xcb QT_PLUGIN_PATH="$build/sim/probe/plugins" QT_QPA_GENERIC_PLUGINS=probe PROBE_OUT="$probe" \
     PROBE_DUMP_MS=250 /usr/bin/updater >"$out/updater.log" 2>&1 &

@@ -54,12 +54,27 @@ struct Node
     dev_t rdev = 0;
 };
 
-Node node(const QString& path) // as lstat sees it
+// The id inside the sandbox of a host id, by a map the sandbox left in its state (/proc/PID/uid_map's
+// lines: inside, outside, count); without one the ids are the host's.
+uint inside(const QString& mapFile, uint id)
+{
+    for (const QString& line : QString::fromLatin1(readAll(mapFile)).split('\n', Qt::SkipEmptyParts)) {
+        const QStringList f = line.simplified().split(' ');
+        if (f.size() == 3 && id >= f[1].toUInt() && id - f[1].toUInt() < f[2].toUInt())
+            return f[0].toUInt() + (id - f[1].toUInt());
+    }
+    return QFile::exists(mapFile) ? uint(-1) : id;
+}
+
+// As lstat sees it, owners as the sandbox saw them.
+Node node(const QString& path)
 {
     struct stat st = {};
     if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
         return {};
-    return {true, st.st_mode, st.st_uid, st.st_gid, st.st_rdev};
+    const QString state = path.left(path.indexOf("/rootfs"));
+    return {true, st.st_mode, inside(state + "/uid_map", st.st_uid), inside(state + "/gid_map", st.st_gid),
+            st.st_rdev};
 }
 
 } // namespace
@@ -69,6 +84,7 @@ class SandboxTest : public QObject
     Q_OBJECT
 
     QTemporaryDir m_work;
+    QString m_root; // $SIM_ROOT inside the sandbox: "instrument", or "instrument-nodev" for an ordinary user
 
     // A folder firmware_update/ with the command list and files (path -> content; "*.sh" executable).
     QString packageFolder(const QString& name, const QString& config, const QMap<QString, QByteArray>& files)
@@ -151,9 +167,9 @@ private slots:
         if (sandbox.exitCode == 77 && qEnvironmentVariable("CI") != "true")
             QSKIP(qPrintable("the sandbox is unavailable on this machine:\n" + sandbox.err));
         QVERIFY2(sandbox.exitCode == 0, qPrintable(sandbox.err));
-        if (sandbox.out.trimmed() != "instrument") {
-            const QString why =
-                "the sandbox gives the instrument's root only when run as root:\n" + sandbox.err;
+        m_root = sandbox.out.trimmed();
+        if (!m_root.startsWith("instrument")) {
+            const QString why = "the sandbox does not give the instrument's root here:\n" + sandbox.err;
             QVERIFY2(qEnvironmentVariable("CI") != "true", qPrintable(why));
             QSKIP(qPrintable(why));
         }
@@ -202,6 +218,8 @@ private slots:
     {
         if (::geteuid() != 0)
             QSKIP("making a package with a device node takes root (mknod)");
+        if (m_root != "instrument")
+            QSKIP("the sandbox makes no device nodes for an ordinary user (it says so when it starts)");
         const QString folder =
             packageFolder("device", "FILE:/etc/device.conf\n", {{"/etc/device.conf", "d\n"}});
         QCOMPARE(run("mknod", {folder + "/firmware_update/console", "c", "5", "1"}).exitCode, 0);
