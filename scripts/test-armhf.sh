@@ -234,6 +234,12 @@ deb=$build/instrument-updater_${version}_armhf.deb
 rm -f "$deb"
 if (cd "$build" && cpack) >"$build/cpack.log" 2>&1 && [ -s "$deb" ]; then
     dpkg-deb -I "$deb"
+    # The package installs the updater where the instrument profile says it is.
+    updater_path=$(awk '$1 == "updater" { print $2 }' "$profile")
+    dpkg-deb -c "$deb" | awk '{ print $6 }' | grep -qx ".$updater_path" || {
+        echo "test-armhf: the package does not install the updater at $updater_path, where $profile has it" >&2
+        status=1
+    }
     # Every library the updater loads must be covered by Depends, through the package that ships it.
     depends=$(dpkg-deb -f "$deb" Depends | sed -E 's/\([^)]*\)//g; s/[|,]/\n/g' | tr -d ' ')
     for soname in $(arm-linux-gnueabihf-readelf -d "$build/updater/updater" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p'); do
