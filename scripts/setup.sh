@@ -7,7 +7,7 @@ packages=(
     build-essential cmake ninja-build pkg-config
     qtbase5-dev qtbase5-dev-tools libqt5test5
     clang-format-14 clang-tidy-14
-    bubblewrap fuse3 libfuse3-dev util-linux
+    bubblewrap fuse3 libfuse3-dev util-linux uidmap
     gputils srecord bzip2 tar python3 libarchive-dev
     g++-arm-linux-gnueabihf u-boot-tools mtd-utils kmod libelf-dev zlib1g-dev
     xvfb xauth x11-apps xdotool imagemagick

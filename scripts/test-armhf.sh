@@ -3,7 +3,11 @@
 # Cortex-A8, Debian 12 armhf) into build-armhf/, runs the test suite under user-mode emulation of that CPU,
 # writes build-armhf/instrument-updater_<version>_armhf.deb and prints the emulated start-up time.
 # Exit status 0 only when all of that succeeded.
-#   scripts/test-armhf.sh        as root on Debian 12 amd64 (CI runs it after scripts/test.sh)
+#   scripts/test-armhf.sh           as root on Debian 12 amd64 (CI runs it after scripts/test.sh)
+#   scripts/test-armhf.sh sysroot   only make (or unpack) the cached armhf sysroot and print its path
+#   scripts/test-armhf.sh profile   write sim/profile/instrument.profile afresh from the sysroot
+# The full run also checks that the committed instrument profile agrees with a fresh capture of the sysroot
+# on what matters (platform, top-level links, folders), not on every versioned file name.
 #
 # Kept between runs in /var/cache/instrument-updater (outside /tmp, /home, /mnt and /run, which the sandbox
 # replaces, so emulated programs keep their libraries): the armhf sysroot as a tarball (made once with
@@ -25,6 +29,8 @@ native_only='^tst_(expander|shell)$'
 
 say() { printf '== %s (at %d s)\n' "$*" "$SECONDS"; }
 die() { echo "test-armhf: $*" >&2; exit 1; }
+mode=${1:-all}
+case "$mode" in all | sysroot | profile) ;; *) die "unknown argument '$mode' (none, sysroot or profile)" ;; esac
 [ "$(id -u)" = 0 ] || die "run as root: it installs packages, registers qemu-arm with binfmt_misc and keeps its cache in $cache"
 
 say "host tools"
@@ -56,7 +62,10 @@ fetch_qemu() { # qemu-arm from bookworm-backports; bookworm's 7.2 cannot run Qt'
 }
 qemu_ready() { "$qemu" --version 2>/dev/null | grep -qE 'version (1[0-9]|[2-9][0-9])\.'; }
 
-make_sysroot() { # <dir>: Debian 12 armhf with what the project builds and runs against, dpkg database included
+# <dir>: Debian 12 armhf with what the project builds and runs against, dpkg database included, and the
+# instrument's own tools the updater runs (mount, bzip2 for tar, kmod), so that it also stands for the
+# instrument's image (sim/profile/instrument.profile is captured from it).
+make_sysroot() {
     local dir=${1:?}
     rm -rf "$dir"
     # Maintainer scripts run emulated (binfmt). The security suite is left out: its armhf index did not
@@ -64,9 +73,11 @@ make_sysroot() { # <dir>: Debian 12 armhf with what the project builds and runs 
     mmdebstrap --mode=root --variant=essential --architectures=armhf --skip=check/qemu \
         --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr --dpkgopt='path-exclude=/usr/share/doc/*' \
         --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
-        --include=qtbase5-dev,libfuse3-dev,libstdc++-12-dev,libc6-dev \
+        --include=qtbase5-dev,libfuse3-dev,libstdc++-12-dev,libc6-dev,mount,bzip2,kmod \
         bookworm "$dir" "deb $mirror bookworm main" "deb $mirror bookworm-updates main"
-    # Absolute links would lead out of the sysroot into the build machine: make them relative.
+    # Absolute links would lead out of the sysroot into the build machine: make them relative, noting what
+    # they were for the instrument profile.
+    (cd "$dir" && find . -type l -lname '/*' -printf '/%P %l\n' | LC_ALL=C sort >.absolute-links)
     find "$dir" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
         ln -sfn "$(realpath -m -s --relative-to="$(dirname "$link")" "$dir$(readlink "$link")")" "$link"
     done
@@ -121,6 +132,79 @@ if ! sysroot_ready; then
 fi
 flock -s 9
 "$qemu" --version | head -n 1
+if [ "$mode" = sysroot ]; then
+    echo "$sysroot"
+    exit 0
+fi
+
+# The instrument's image is the sysroot (less what only a build needs) with what the instrument adds;
+# links the sysroot made relative are given as the image has them.
+profile=$repo/sim/profile/instrument.profile
+instrument_profile() {
+    local all
+    all=$(instrument_profile_lines)
+    grep -v '^entry' <<<"$all"
+    grep '^entry' <<<"$all" | LC_ALL=C sort -k7,7
+}
+instrument_profile_lines() {
+    echo "# The virtual instrument's profile: the Debian 12 armhf root the project builds against (made by"
+    echo "# scripts/test-armhf.sh with mmdebstrap) and what the instrument adds (instrument-additions)."
+    echo "# Written by 'scripts/test-armhf.sh profile'. Left out: /usr/include and qmake's mkspecs (what a"
+    echo "# build needs, not the instrument); that root has no documentation, manual pages or locales."
+    sh scripts/capture-profile.sh --leave-out /.recipe --leave-out /.absolute-links --leave-out /usr/include \
+        --leave-out /usr/lib/arm-linux-gnueabihf/qt5/mkspecs "$sysroot" | grep -v '^#' |
+        awk -v additions="$repo/sim/profile/instrument-additions" -v links="$sysroot/.absolute-links" '
+            function key(line, f) {
+                split(line, f, " ")
+                if (f[1] == "entry") return "entry " f[7]
+                return f[1] == "partition" ? f[1] " " f[2] : f[1]
+            }
+            BEGIN { while ((getline line < additions) > 0) if (line !~ /^(#|$)/) { added[key(line)] = line; order[n++] = key(line) }
+                    while ((getline line < links) > 0) { split(line, f, " "); absolute[f[1]] = f[2] } }
+            $1 == "format" { print; next }
+            { k = key($0) }
+            k in added { next }
+            $1 == "entry" && $2 == "l" && ($7 in absolute) { $8 = absolute[$7] }
+            { print }
+            END { for (i = 0; i < n; i++) print added[order[i]] }'
+}
+# What must agree: the platform facts, the top-level entries and every folder.
+profile_essentials() {
+    awk '$1 != "entry" && $1 !~ /^#/ { print; next } $2 == "d" { print "folder", $7 }
+         $1 == "entry" && $7 ~ /^\/[^\/]*$/ { print "top", $2, $7, $8 }' "$1" | LC_ALL=C sort
+}
+# The files of that root whose content decides what tar does (the names of owners) go in sim/target.
+owner_names=(etc/passwd etc/group)
+if [ "$mode" = profile ]; then
+    instrument_profile >"$profile.new"
+    mv "$profile.new" "$profile"
+    for file in "${owner_names[@]}"; do cp "$sysroot/$file" "$repo/sim/target/$file"; done
+    say "wrote $profile ($(grep -c '^entry' "$profile") entries) and ${owner_names[*]/#/sim/target/}"
+    exit 0
+fi
+
+status=0
+say "the committed instrument profile against a fresh capture of the sysroot"
+if ! diff -u <(profile_essentials "$profile") <(instrument_profile | profile_essentials /dev/stdin) >&2; then
+    echo "test-armhf: $profile disagrees with the sysroot on what matters (lines above: - committed, + fresh);" \
+        "write it afresh with 'scripts/test-armhf.sh profile'" >&2
+    status=1
+fi
+for file in "${owner_names[@]}"; do
+    cmp "$sysroot/$file" "sim/target/$file" ||
+        { echo "test-armhf: sim/target/$file differs from the sysroot's: 'scripts/test-armhf.sh profile'" >&2; status=1; }
+done
+
+# The sandbox runs the build machine's cp, rm and tar for the instrument's: the same versions.
+for package in coreutils tar bzip2; do
+    ours=$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+    theirs=$(dpkg-query --admindir="$sysroot/var/lib/dpkg" -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+    if [ "$ours" != "$theirs" ]; then
+        echo "test-armhf: $package is ${ours:-missing} here and ${theirs:-missing} on the instrument: the sandbox's" \
+            "target commands no longer stand for the instrument's" >&2
+        status=1
+    fi
+done
 
 say "cross build into $build"
 cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/armhf-toolchain.cmake" \
@@ -131,9 +215,12 @@ file "$build/updater/updater"
 export QEMU_LD_PREFIX=$sysroot QEMU_CPU=cortex-a8 QT_QPA_PLATFORM=offscreen
 # QtTest ends a test function after 5 minutes; an emulated CPU needs longer for the PIC and end-to-end runs.
 export QTEST_FUNCTION_TIMEOUT=1800000
-status=0
 say "test suite under Cortex-A8 emulation"
+host=$(mktemp)
+bash scripts/host-state.sh record "$host"
 ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1800 || status=1
+bash scripts/host-state.sh compare "$host" || status=1
+rm -f "$host"
 
 say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
 native=$repo/build-native
@@ -147,6 +234,12 @@ deb=$build/instrument-updater_${version}_armhf.deb
 rm -f "$deb"
 if (cd "$build" && cpack) >"$build/cpack.log" 2>&1 && [ -s "$deb" ]; then
     dpkg-deb -I "$deb"
+    # The package installs the updater where the instrument profile says it is.
+    updater_path=$(awk '$1 == "updater" { print $2 }' "$profile")
+    dpkg-deb -c "$deb" | awk '{ print $6 }' | grep -qx ".$updater_path" || {
+        echo "test-armhf: the package does not install the updater at $updater_path, where $profile has it" >&2
+        status=1
+    }
     # Every library the updater loads must be covered by Depends, through the package that ships it.
     depends=$(dpkg-deb -f "$deb" Depends | sed -E 's/\([^)]*\)//g; s/[|,]/\n/g' | tr -d ' ')
     for soname in $(arm-linux-gnueabihf-readelf -d "$build/updater/updater" | sed -n 's/.*Shared library: \[\(.*\)\]/\1/p'); do

@@ -77,8 +77,13 @@ for variant in "${variants[@]}"; do
     cmake -S "$repo" -B "$build" -G Ninja "${flags[@]}" >/dev/null
     cmake --build "$build" -j 2
     echo "== $variant tests"
+    # No test may change the build machine: / and /tmp and the mounts as they were before.
+    host=$(mktemp)
+    bash scripts/host-state.sh record "$host"
     if ! ctest --test-dir "$build" "${selection[@]}" --output-on-failure -j 2 --timeout 900; then
         status=1
     fi
+    bash scripts/host-state.sh compare "$host" || status=1
+    rm -f "$host"
 done
 exit $status
