@@ -40,7 +40,7 @@ class Job
 {
 public:
     Job(const package::Package& pkg, const profile::Profile& profile, const Options& options)
-        : m_pkg(pkg), m_profile(profile),
+        : m_pkg(pkg),
           m_tree(std::make_shared<rootfs::Tree>(profile)), m_context{*m_tree, profile, m_result.partitions,
                                                                      m_notes, {},      {},
                                                                      0}
@@ -56,7 +56,6 @@ public:
 
 private:
     const package::Package& m_pkg;
-    const profile::Profile& m_profile;
     Prediction m_result;
     std::shared_ptr<rootfs::Tree> m_tree;
     QVector<target::Note> m_notes;
