@@ -10,7 +10,9 @@ runs=${2:-9}
 inside=$(cat <<'INSIDE'
 set -eu
 for i in $(seq "$RUNS"); do
-    rm -rf /mnt/data /tmp/probe.txt
+    rm -f /tmp/probe.txt
+    # Each run starts without settings; the storage area is a mount point of its own.
+    find /mnt/data -mindepth 1 -delete
     PROBE_T0=$(date +%s%N) PROBE_OUT=/tmp/probe.txt "$UPDATER" >/dev/null 2>&1 &
     pid=$!
     # Other report lines come first: the run ends at the first painted menu (up to a minute, emulated CPUs are slow).

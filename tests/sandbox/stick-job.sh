@@ -19,7 +19,7 @@ poll() { # <seconds> <command...>
 }
 
 Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp -nolisten local 3>"$out/display" >"$out/xvfb.log" 2>&1 &
-poll 60 grep -qE '^[0-9]+$' "$out/display"
+poll 120 grep -qE '^[0-9]+$' "$out/display"
 DISPLAY=":$(<"$out/display")"
 export DISPLAY
 probe=$out/probe.txt
