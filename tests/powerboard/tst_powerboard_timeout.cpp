@@ -36,8 +36,13 @@ private slots:
         QVERIFY(here.send(nak(4))); // here the fourth failure
         QCOMPARE(here.failed, 1);
 
-        // Another timer period: nothing more on either line.
-        QTest::qWait(5500);
+        // Another timer period: nothing more on either line (a frame would end the wait early).
+        QVERIFY(!QTest::qWaitFor(
+            [&] {
+                return here.host.size() > frame(4, "SV").size() * 4 ||
+                       there.host.size() > frame(4, "SRC").size() * 4;
+            },
+            5500));
         QCOMPARE(here.host, frame(4, "SV").repeated(4));
         QCOMPARE(there.host, frame(4, "SRC").repeated(4));
         QCOMPARE(here.failed, 1);
