@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Every performance figure of the project in one table (about six minutes; the PIC runs dominate).
+# Every performance figure of the project in one table (about ten minutes; the PIC runs dominate).
 #   bench/run.sh [build dir]        builds the benchmarks first; details of each run go to out/bench/
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -23,6 +23,7 @@ run esa bash "$repo/bench/esa/run.sh" "$build"
 run pic bash "$repo/bench/pic/run.sh" "$build"
 run packagetool bash "$repo/bench/packagetool/run.sh" "$build"
 run preview bash "$repo/bench/preview/run.sh" "$build"
+run instrument bash "$repo/bench/instrument/run.sh" "$build" 30
 
 field() { grep -m1 "$2" "$details/$1.txt" || echo "(missing: see $details/$1.txt)"; }
 startup=$(field startup 'first painted menu' | sed -E 's/.*median ([0-9.]+) ms.*/\1 ms/')
@@ -54,5 +55,9 @@ printf '| sample package preview, PIC included, end to end (median of 3) | %s | 
 median() { field preview "$1" | sed -E 's/.*median ([0-9.]+ s).*/\1/'; }
 printf '| its PIC erase (64 KB blank check) and programming (medians) | %s and %s | |\n' \
     "$(median '^PIC erase')" "$(median '^PIC programming')"
+printf '| packages on the virtual instrument, one batch, no PIC line | %s per minute | >= 20 |\n' \
+    "$(field instrument '^batch of' | sed -E 's/.* ([0-9.]+) packages per minute.*/\1/')"
+printf '| one job of the sample package as preview runs it | %s | |\n' \
+    "$(field instrument '^one job' | sed -E 's/.*: ([0-9.]+ s)$/\1/')"
 echo
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), $(uname -r), load $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -11,8 +11,9 @@
 #     --out      write the results into DIR (default out/, emptied first)
 #     --build    use this build tree as it is: no set-up, no build
 #     --window   show the updater in a window on this desktop (needs DISPLAY) and leave it open
-# Headless (as in CI) it runs on a virtual display and prints the message view as the technician saw it,
-# writes out/end.png (the screen at the end of the job) and prints what the instrument's models say.
+# Headless (as in CI) the updater draws offscreen; the demo prints the message view as the technician saw
+# it and what the job left on the instrument (update-package state: root changes, partitions, PIC), and
+# writes out/end.png and out/menu.png (the screen at the end of the job and back at the menu).
 set -euo pipefail
 repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 caller=$PWD
@@ -44,7 +45,7 @@ if [ -z "$build" ]; then
     bash scripts/setup.sh
     build="$repo/build-native"
     cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-    cmake --build "$build" -j 2 --target updater sim-instrument probe
+    cmake --build "$build" -j 2 --target updater sim-instrument probe update-package
 fi
 build=$(cd "$build" && pwd)
 if [ -z "$package" ]; then
@@ -61,33 +62,20 @@ if [ -z "$out" ]; then
 fi
 mkdir -p "$out"
 out=$(cd "$out" && pwd)
-if [ "$package" != none ]; then
-    # The sandbox sees the output folder, not necessarily the package's: run a copy under its own name.
-    mkdir -p "$out/package"
-    cp "$package" "$out/package/"
-    package="$out/package/$(basename "$package")"
-fi
-display=()
-if [ -n "$window" ]; then
-    display=(--bind /tmp/.X11-unix /tmp/.X11-unix --env "DISPLAY=$DISPLAY")
-    [ -z "${XAUTHORITY:-}" ] || display+=(--bind "$XAUTHORITY" "$XAUTHORITY" --env "XAUTHORITY=$XAUTHORITY")
-fi
-
 echo "== ${job} update with the ${variant} package on the simulated instrument"
 set +e
-UPDATER_BUILD_DIR="$build" sim/sandbox --build "$build" --instrument --instrument-arg --pic \
-    --instrument-arg --serial --instrument-arg esa --cpu 0 --bind "$out" "$out" "${display[@]}" \
-    --env "UPDATER_BUILD_DIR=$build" -- bash -c '
-        scripts/technician.sh "$1" "$2" "$3" $4 || exit 1
-        echo
-        echo "== the message view at the end of the job"
-        cat "$3/view.txt"
-        echo
-        echo "== the instrument after the job"
-        [ "$2" = none ] || sim/tools/verify-update | tee "$3/verify.txt"' \
-    demo "$job" "$package" "$out" "$window"
+scripts/technician.sh --build "$build" --cpu 0 ${window:+"$window"} "$job" "$package" "$out" >/dev/null
 status=$?
 set -e
+[ "$status" != 77 ] || exit 77
+if [ -f "$out/view.txt" ]; then
+    echo
+    echo "== the message view at the end of the job"
+    cat "$out/view.txt"
+fi
+echo
+echo "== the instrument after the job"
+"$build/tools/update-package/update-package" state "$out" | tee "$out/state.txt"
 echo
 echo "screenshots: $out/end.png (end of the job), $out/menu.png (back at the menu)"
 exit $status

@@ -10,7 +10,6 @@ packages=(
     bubblewrap fuse3 libfuse3-dev util-linux uidmap
     gputils srecord bzip2 tar python3 libarchive-dev
     g++-arm-linux-gnueabihf u-boot-tools mtd-utils kmod libelf-dev zlib1g-dev
-    xvfb xauth x11-apps xdotool imagemagick
 )
 
 packages+=("$@")

@@ -1,124 +1,227 @@
 #!/usr/bin/env bash
-# Runs inside the sandbox with the simulated instrument: plays the technician at the real updater.
-#   technician.sh <stick|pc> <package file|none> <output dir> [--window]
-# stick: F3, F1, waits for the end, F1 back to the menu.
-# pc:    F2, F1 (gadget), copies the package onto the transfer partition as the PC would, F1, waits, F1.
-# Headless it starts its own virtual display; --window uses $DISPLAY and leaves the keys to you after
-# the run. Writes to the output dir: view.txt (the message view as the technician saw it at the end),
-# end.png (the screen at the end of the job), menu.png (after F1), probe.txt, updater.log, xvfb.log.
+# Plays the technician at the real updater on the virtual instrument, from outside the sandbox's root: a
+# package that breaks that root (its loader, its shell) cannot break the driver.
+#   scripts/technician.sh [options] JOB PACKAGE OUT [JOB PACKAGE OUT ...]
+# JOB stick: F3, F1, waits for the end of the job, F1 back to the menu.
+#     pc:    F2, F1 (gadget), copies the package onto the transfer partition as the PC would, F1, waits, F1.
+# PACKAGE is a package file or "none" (nothing on the medium). OUT is the job's state folder (sim/sandbox
+# --state): the technician empties what it writes there, keeps other inputs (faults, system) and leaves:
+#   rootfs/ media/ pic/ calls.log trace.log   the instrument after the job (see sim/README.md)
+#   rootfs.start                              the root's upper layer as the job found it (mount points)
+#   view.txt                                  the message view at the end of the job, as the updater has it
+#   end.png, menu.png (and *-raw.png)         the screen at the end and back at the menu, as the technician
+#                                             sees it (turned by 180 degrees) and as drawn
+#   probe.txt, updater.log, sandbox.log       the probe's reports, the updater's output, the run's start/end
+#   outcome                                   "ended" or "not ended: <why>"
+# Every job gets a fresh root, fresh media and the instrument as at start; all jobs share one instrument.
+# The updater runs on Qt's offscreen platform; the probe plugin inside it takes the keys (through a fifo,
+# as the keypad's events arrive) and takes the screenshots.
+# Options:
+#   --build DIR       the build tree (default $UPDATER_BUILD_DIR)
+#   --cpu N           pin the instrument and the updater to CPU N
+#   --timeout S       a job that has not ended after S seconds is stopped (default $TECHNICIAN_TIMEOUT or 1200)
+#   --no-screens      no screenshots and no return to the menu (faster, for batches)
+#   --window          the updater on this desktop ($DISPLAY), left open after the job for your keys
+#   --instrument-arg A   passed on to the instrument (default: --pic --serial esa)
+# Prints "done OUT" when a job is over. Exit status: 0 when every job reached its end, 1 otherwise, 77 when
+# the sandbox is unavailable (skipped).
 set -euo pipefail
-job=${1:?usage: technician.sh <stick|pc> <package|none> <output dir>}
-package=${2:?package file or none}
-out=${3:?output directory}
-window_mode=${4:-}
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
-build=${UPDATER_BUILD_DIR:?UPDATER_BUILD_DIR names the build tree}
-timeout_s=${TECHNICIAN_TIMEOUT:-1200}
-: "${SIM_STATE:?run inside sim/sandbox}"
+repo=$(dirname "$here")
 say() { echo "technician: $*" >&2; }
-fail() { say "$*"; exit 1; }
-# The folder may be a test's temporary one, gone by the time anyone looks: the reason goes to stderr too.
-updater_alive() {
-    kill -0 "$updater" 2>/dev/null && return 0
-    tail -n 20 "$out/updater.log" >&2
-    fail "the updater ended unexpectedly (its log: $out/updater.log, last lines above)"
-}
+usage() { say "$*"; sed -n '3,4p' "${BASH_SOURCE[0]}" >&2; exit 2; }
 
-case "$job" in stick | pc) ;; *) fail "unknown job '$job' (stick or pc)" ;; esac
-[ "$package" = none ] || [ -f "$package" ] || fail "no package at '$package'"
-mkdir -p "$out"
-
-# The medium: a stick with one partition, or the transfer partition the PC will see.
-if [ "$job" = stick ]; then
-    mkdir -p "$SIM_STATE/media/sda1"
-    [ "$package" = none ] || cp "$package" "$SIM_STATE/media/sda1/"
-else
-    mkdir -p "$SIM_STATE/media/mmcblk0p6"
-fi
-
-pids=()
-trap 'kill "${pids[@]}" 2>/dev/null || true' EXIT
-if [ "$window_mode" != --window ]; then
-    # Xvfb picks a free display itself, and listens only on the sandbox's private /tmp (no abstract
-    # socket, which every sandbox shares), so runs side by side do not meet. The number of an earlier run in
-    # the same folder must not be taken for this one's before Xvfb has truncated the file.
-    rm -f "$out/display"
-    Xvfb -displayfd 3 -screen 0 470x268x24 -nolisten tcp -nolisten local 3>"$out/display" >"$out/xvfb.log" 2>&1 &
-    xvfb=$!
-    pids+=("$xvfb")
-    deadline=$((SECONDS + 60))
-    until number=$(cat "$out/display" 2>/dev/null) && [[ $number =~ ^[0-9]+$ ]]; do
-        kill -0 "$xvfb" 2>/dev/null || { tail -n 20 "$out/xvfb.log" >&2; fail "the virtual display ended at start"; }
-        [ $SECONDS -lt $deadline ] || fail "the virtual display did not start within 60 s"
-        sleep 0.1
-    done
-    export DISPLAY=":$number"
-fi
-
-probe="$out/probe.txt"
-: >"$probe"
-QT_QPA_PLATFORM=xcb QT_PLUGIN_PATH="$build/sim/probe/plugins" QT_QPA_GENERIC_PLUGINS=probe \
-    PROBE_OUT="$probe" PROBE_DUMP_MS=250 "$build/updater/updater" >"$out/updater.log" 2>&1 &
-updater=$!
-pids+=("$updater")
-
-window=""
-deadline=$((SECONDS + 120))
-until window=$(xdotool search --onlyvisible --class updater 2>/dev/null | head -n 1) && [ -n "$window" ]; do
-    updater_alive
-    [ $SECONDS -lt $deadline ] || fail "the updater window did not appear within 120 s (see $out/updater.log)"
-    sleep 0.1
+build=${UPDATER_BUILD_DIR:-} cpu=() timeout_s=${TECHNICIAN_TIMEOUT:-1200} screens=1 window=0
+instrument_args=()
+while [ $# -gt 0 ]; do
+    case "$1" in
+    --build) build=${2:?--build needs a folder}; shift 2 ;;
+    --cpu) cpu=(--cpu "${2:?--cpu needs a number}"); shift 2 ;;
+    --timeout) timeout_s=${2:?--timeout needs seconds}; shift 2 ;;
+    --no-screens) screens=0; shift ;;
+    --window) window=1; shift ;;
+    --instrument-arg) instrument_args+=(--instrument-arg "${2:?--instrument-arg needs a value}"); shift 2 ;;
+    --) shift; break ;;
+    -*) usage "unknown option '$1'" ;;
+    *) break ;;
+    esac
+done
+[ -n "$build" ] || usage "name the build tree: --build DIR or UPDATER_BUILD_DIR"
+build=$(cd "$build" && pwd)
+[ $# -gt 0 ] && [ $(($# % 3)) = 0 ] || usage "expected JOB PACKAGE OUT triples, got: $*"
+[[ $timeout_s =~ ^[0-9]+$ ]] || usage "--timeout takes whole seconds, got '$timeout_s'"
+[ ${#instrument_args[@]} -gt 0 ] || instrument_args=(--instrument-arg --pic --instrument-arg --serial --instrument-arg esa)
+for part in updater/updater sim/instrument/sim-instrument sim/probe/plugins/generic/libprobe.so; do
+    [ -e "$build/$part" ] || usage "$build/$part is missing: build it first"
 done
 
-key() { # the soft keys arrive as function keys, as from the instrument's keypad
-    xdotool windowfocus --sync "$window" key "$1"
-    say "pressed $1"
+jobs=() packages=() outs=()
+while [ $# -gt 0 ]; do
+    case "$1" in stick | pc) ;; *) usage "unknown job '$1' (stick or pc)" ;; esac
+    [ "$2" = none ] || [ -f "$2" ] || usage "no package at '$2'"
+    mkdir -p "$3" || usage "cannot create the folder '$3'"
+    jobs+=("$1")
+    packages+=("$([ "$2" = none ] && echo none || echo "$(cd "$(dirname "$2")" && pwd)/$(basename "$2")")")
+    outs+=("$(cd "$3" && pwd)")
+    shift 3
+done
+
+control=$(mktemp -d /tmp/technician.XXXXXX)
+batch_pid="" follower="" events="" stopped=0
+cleanup() {
+    [ -z "$events" ] || exec {events}<&-
+    [ -z "$follower" ] || kill "$follower" 2>/dev/null || true
+    if [ -n "$batch_pid" ]; then
+        # The end of the batch's jobs: it stops its instrument and ends; stopped, it stops its run first.
+        exec {jobs_fd}>&-
+        [ "$stopped" = 0 ] || kill -TERM "$batch_pid" 2>/dev/null || true
+        wait "$batch_pid" 2>/dev/null || true
+    fi
+    rm -rf "$control"
 }
-last_view() { awk '/^view-begin$/ { text = ""; on = 1; next } /^view-end$/ { on = 0; last = text; next }
-    on { text = text $0 "\n" } END { printf "%s", last }' "$probe"; }
-wait_until() { # <seconds> <what, for the failure> <command...>: polls the command until it succeeds
-    local deadline=$((SECONDS + $1)) what=$2
-    shift 2
-    until "$@"; do
-        updater_alive
-        [ $SECONDS -lt $deadline ] || fail "timed out waiting for $what"
-        sleep 0.1
+trap cleanup EXIT
+trap 'stopped=1; exit 130' INT TERM
+
+# The updater sees the probe's fifo and the job's folder through the state folder the sandbox binds.
+platform=(--env QT_QPA_PLATFORM=offscreen)
+if [ "$window" = 1 ]; then
+    [ -n "${DISPLAY:-}" ] || usage "--window needs a display (DISPLAY is not set)"
+    platform=(--env QT_QPA_PLATFORM=xcb --env "DISPLAY=$DISPLAY" --bind /tmp/.X11-unix /tmp/.X11-unix)
+    [ -z "${XAUTHORITY:-}" ] || platform+=(--bind "$XAUTHORITY" "$XAUTHORITY" --env "XAUTHORITY=$XAUTHORITY")
+fi
+mkfifo "$control/jobs"
+exec {jobs_fd}<>"$control/jobs"
+"$repo/sim/sandbox" --build "$build" --instrument "${instrument_args[@]}" "${cpu[@]}" --batch "$control/jobs" \
+    "${platform[@]}" --env "QT_PLUGIN_PATH=$build/sim/probe/plugins" --env QT_QPA_GENERIC_PLUGINS=probe \
+    -- "$build/updater/updater" >"$control/sandbox.out" 2>&1 \
+    {jobs_fd}>&- &
+batch_pid=$!
+
+# What the technician notices comes as lines of the probe's reports and of the run's start and end;
+# tail follows them as they are written and ends with the batch.
+follow() { # <out>
+    [ -z "$events" ] || exec {events}<&-
+    [ -z "$follower" ] || kill "$follower" 2>/dev/null || true
+    exec {events}< <(exec tail -q -n +1 --pid="$batch_pid" -f "$1/probe.txt" "$1/sandbox.log" 2>/dev/null \
+        {jobs_fd}>&-)
+    follower=$!
+}
+event="" deadline=0 why=""
+# Reads events until one matches the extended regex; fails at the deadline or when the run has ended.
+await() { # <regex>
+    local left
+    while :; do
+        left=$((deadline - SECONDS))
+        [ "$left" -gt 0 ] || { why="timed out waiting for /$1/"; return 1; }
+        IFS= read -r -t "$left" -u "$events" event || {
+            [ $? -gt 128 ] && continue
+            why="the sandbox ended"
+            return 1
+        }
+        [[ $event =~ $1 ]] && return 0
+        [[ $event =~ ^ended\ ([0-9]+) ]] && { why="the updater ended (exit status ${BASH_REMATCH[1]})"; return 1; }
+        [[ $event =~ ^refused ]] && { why="the probe $event"; return 1; }
     done
 }
-view_has() { last_view | grep -Eq "$1"; }
-wait_for_view() { wait_until "$2" "/$1/ in the view" view_has "$1"; } # <extended regex> <seconds>
-# The probe reports "painted NAME" once a screen shown last has been painted: a screenshot then sees it.
-last_painted() { [ "$(grep -E '^(shown|painted) ' "$probe" | tail -n 1)" = "painted $1" ]; }
-screenshot() { xwd -root -silent | /usr/bin/convert xwd:- "png:$out/$1"; }
-wait_until 120 "the main menu on the screen" last_painted UpdaterMainScreen
+# Commands to the probe; the effect, not an acknowledgement, is what the caller then waits for.
+tell() { echo "$*" >&"$keys_fd"; }
+key() { tell key "$1"; }
+shot() { [ "$screens" = 0 ] || { tell shot "$1" && await "^shot $1\$"; }; }
+# The end of a job is its last red or green line, or the PC job's failed start.
+job_end='^view (red|green) (Update complete|Some of the updates failed|Could not find update file|Failed to [a-z]+ (update|PC))'
 
-if [ "$job" = stick ]; then
-    key F3
-    wait_for_view 'Insert a memory stick' 60
-    key F1
-else
-    key F2
-    wait_for_view 'Attach the unit to the PC' 60
-    key F1
-    wait_for_view 'Copy the firmware_update_tar.bz2 file|Failed to initialise PC connection' 120
-    last_view | grep -q 'Failed to initialise' && fail "the USB gadget did not load"
-    [ "$package" = none ] || cp "$package" "$SIM_STATE/media/mmcblk0p6/"
-    say "copied the package onto the transfer partition"
-    key F1
-fi
+# The root's upper layer as the job finds it, before any key: what the sandbox made for its own mounts
+# (the state reader leaves it out). In the instrument profile's format.
+record_start() { # <out>
+    {
+        echo "format 1"
+        find "$1/rootfs" \( -type l -printf 'entry l %m %U %G 0 /%P %l\n' \) -o \
+            \( -type f -printf 'entry f %m %U %G %s /%P\n' \) -o -printf 'entry %y %m %U %G 0 /%P\n'
+    } >"$1/rootfs.start"
+}
 
-# The probe dumps the view after the line was painted (each line is painted as it is appended).
-wait_for_view 'Update complete|Some of the updates failed|Could not find update file|Failed to [a-z]+ (update|PC)' "$timeout_s"
-last_view >"$out/view.txt"
-screenshot end.png
-say "the job ended; the view is in $out/view.txt"
+# One job: leaves "ended" or the reason in $why.
+play() { # <job> <package> <out>
+    local job=$1 package=$2
+    why=""
+    if [ "$job" = stick ]; then
+        key F3 && await '^view plain Insert a memory stick' && key F1 || return 1
+    else
+        key F2 && await '^view plain Attach the unit to the PC' && key F1 &&
+            await '^view (plain Copy the firmware_update_tar.bz2|red Failed to initialise PC connection)' ||
+            return 1
+        [[ $event =~ ^view\ red ]] && { why="the USB gadget did not load"; return 1; }
+        [ "$package" = none ] || cp "$package" "$out/media/mmcblk0p6/"
+        say "copied the package onto the transfer partition"
+        key F1 || return 1
+    fi
+    await "$job_end" || return 1
+    local end=${event#view * }
+    tell save-view view.txt
+    await '^saved-view ' && shot end || return 1
+    say "the job ended: $end"
+    if [ "$window" = 1 ]; then
+        say "the updater stays open: use F1..F5 and F7 in its window; close it to end"
+        deadline=$((SECONDS + 100000000))
+        await '^ended ' || true
+        return 0
+    fi
+    [ "$screens" = 0 ] || { key F1 && await '^painted UpdaterMainScreen$' && shot menu; } || return 1
+}
 
-if [ "$window_mode" = --window ]; then
-    say "the updater stays open: use F1..F5 and F7 in its window; close it to end"
-    wait "$updater" || true
-    exit 0
-fi
-key F1
-wait_until 60 "F1 to return to the main menu" last_painted UpdaterMainScreen
-screenshot menu.png
-say "back at the main menu"
+status=0
+for i in "${!jobs[@]}"; do
+    out=${outs[$i]}
+    # What an earlier job left here; inputs such as faults and system stay.
+    rm -rf "${out:?}/rootfs" "$out/media" "$out/pic" "$out/keys"
+    rm -f "$out"/{calls.log,trace.log,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
+        "$out"/{end,menu}{,-raw}.png
+    mkdir -p "$out/media"
+    if [ "${jobs[$i]}" = stick ]; then
+        mkdir -p "$out/media/sda1"
+        [ "${packages[$i]}" = none ] || cp "${packages[$i]}" "$out/media/sda1/"
+    else
+        mkdir -p "$out/media/mmcblk0p6"
+    fi
+    mkfifo "$out/keys"
+    # Held open by the technician too, so a write never waits for the updater, alive or not.
+    exec {keys_fd}<>"$out/keys"
+    : >"$out/probe.txt"
+    : >"$out/sandbox.log"
+    follow "$out"
+    echo "$out" >&"$jobs_fd"
+    deadline=$((SECONDS + timeout_s))
+    run="" why=""
+    if await '^started [0-9]+$'; then
+        run=${event#started }
+        await '^painted UpdaterMainScreen$' && record_start "$out" && play "${jobs[$i]}" "${packages[$i]}" "$out" ||
+            true
+    fi
+    if [ -z "$why" ]; then
+        echo ended >"$out/outcome"
+    else
+        echo "not ended: $why" >"$out/outcome"
+        say "$out: the job did not reach its end: $why"
+        status=1
+    fi
+    # The updater is done with: asked to quit, or stopped with its whole run when it does not.
+    if [ -n "$run" ] && ! [[ $event =~ ^ended ]]; then
+        tell quit
+        deadline=$((SECONDS + 10))
+        await '^ended ' || { kill -TERM -- "-$run" 2>/dev/null || true; deadline=$((SECONDS + 30)); await '^ended ' || true; }
+    fi
+    exec {keys_fd}>&-
+    [ -z "$run" ] || echo "done $out"
+    if [ -z "$run" ] && ! kill -0 "$batch_pid" 2>/dev/null; then
+        set +e
+        wait "$batch_pid"
+        rc=$?
+        set -e
+        batch_pid=""
+        cat "$control/sandbox.out" >&2
+        [ "$rc" = 77 ] && exit 77
+        say "the sandbox ended before the job started (exit status $rc)"
+        exit 1
+    fi
+done
+exit $status

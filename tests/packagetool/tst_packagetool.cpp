@@ -377,8 +377,8 @@ private slots:
             n.path = it.key();
             n.removed = !node;
             if (node)
-                n = {it.key(),  false,      node->kind,   node->mode,  node->uid,
-                     node->gid, node->size, node->target, node->sha256};
+                n = {it.key(),  false,      node->kind,   node->mode,   node->uid,
+                     node->gid, node->size, node->target, node->sha256, std::nullopt};
             if (change == "root /home/mainApp content" && n.path == "/home/mainApp")
                 n.sha256 = QByteArray(32, 'x');
             s.root << n;
@@ -387,7 +387,7 @@ private slots:
             s.trace << "run umount /mnt/update"
                     << "exit 32";
         if (change == "root / 0700")
-            s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}});
+            s.root.prepend({"/", false, profile::Kind::Directory, 0700, 0, 0, 0, {}, {}, std::nullopt});
         for (auto it = p.partitions.begin(); it != p.partitions.end(); ++it)
             s.partitions.insert(it.key(), it->content);
         if (change == "partition")

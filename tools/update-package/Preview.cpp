@@ -1,10 +1,7 @@
 #include "Preview.h"
 
 #include "Compare.h"
-#if __has_include("VirtualInstrument.h")
 #include "VirtualInstrument.h"
-#define PREVIEW_RUNS_THE_INSTRUMENT 1
-#endif
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -26,84 +23,48 @@ QString trimmedEnd(QString text)
     return text;
 }
 
-[[maybe_unused]] bool isPercentage(const QString& line)
-{
-    static const QRegularExpression percent(QStringLiteral("^\\d+%\\s*$"));
-    return percent.match(line).hasMatch();
-}
-
-[[maybe_unused]] QString readText(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
-
 void print(const QString& text)
 {
     QTextStream(stdout) << text << '\n';
     fflush(stdout);
 }
 
-// Follows the probe's dumps of the message view while the job runs and prints what is new.
-class ViewFollower
+// Prints the view's lines as the trace reports them, stamped with the seconds since the start; of the
+// percentages only every quarter, so a PIC step shows its pace without flooding the terminal.
+class ViewPrinter
 {
 public:
-    explicit ViewFollower(const QString& path) : m_file(path) {}
-
-    void poll(qint64 elapsedMs)
+    void operator()(const QString& traceLine)
     {
-        if (!m_file.isOpen() && !m_file.open(QIODevice::ReadOnly))
+        if (!traceLine.startsWith(QLatin1String("view ")))
             return;
-        m_pending += QString::fromUtf8(m_file.readAll());
-        const int end = m_pending.lastIndexOf(QLatin1String("\nview-end"));
-        if (end < 0)
+        const QString colour = traceLine.section(QLatin1Char(' '), 1, 1);
+        const QString text = trimmedEnd(state::unescaped(traceLine.section(QLatin1Char(' '), 2)));
+        const QString stamp = QStringLiteral("[%1s] ").arg(m_clock.elapsed() / 1000, 4);
+        if (colour == QLatin1String("orange")) {
+            const int step = text.chopped(text.endsWith('%') ? 1 : 0).toInt() / 25;
+            if (step > m_percentStep)
+                print(stamp + QStringLiteral("  ") + text);
+            m_percentStep = qMax(m_percentStep, step);
             return;
-        const int begin = m_pending.lastIndexOf(QLatin1String("view-begin\n"), end);
-        if (begin < 0)
-            return;
-        const QStringList lines = m_pending.mid(begin + 11, end - begin - 11).split(QLatin1Char('\n'));
-        m_pending = m_pending.mid(end + 9);
-        const QString stamp = QStringLiteral("[%1s] ").arg(elapsedMs / 1000, 4);
-        QStringList text;
-        for (const QString& line : lines) {
-            if (!isPercentage(line) && !trimmedEnd(line).isEmpty())
-                text << trimmedEnd(line);
         }
-        for (int i = m_printed; i < text.size(); ++i) {
-            print(stamp + text[i]);
-            m_percentStep = -1;
-        }
-        m_printed = qMax(m_printed, int(text.size()));
-        if (!lines.isEmpty() && isPercentage(lines.back())) {
-            const int step = trimmedEnd(lines.back()).chopped(1).toInt() / 25;
-            if (step > m_percentStep) {
-                print(stamp + QStringLiteral("  ") + trimmedEnd(lines.back()));
-                m_percentStep = step;
-            }
-        }
+        m_percentStep = -1;
+        for (const QString& line : text.split(QLatin1Char('\n')))
+            if (!trimmedEnd(line).isEmpty())
+                print(stamp + trimmedEnd(line));
     }
 
 private:
-    QFile m_file;
-    QString m_pending;
-    int m_printed = 0;
+    QElapsedTimer m_clock = [] {
+        QElapsedTimer t;
+        t.start();
+        return t;
+    }();
     int m_percentStep = -1;
 };
 
 } // namespace
 
-QString repoDir()
-{
-    return QStringLiteral(PROJECT_SOURCE_DIR);
-}
-
-QString defaultBuildDir()
-{
-    const QString fromEnv = qEnvironmentVariable("UPDATER_BUILD_DIR");
-    return fromEnv.isEmpty() ? QStringLiteral(PROJECT_BINARY_DIR) : fromEnv;
-}
-
-#ifdef PREVIEW_RUNS_THE_INSTRUMENT
 // The package on the virtual instrument, then the prediction against what it shows and holds.
 int run(const Options& options, const predict::Prediction& prediction)
 {
@@ -116,6 +77,7 @@ int run(const Options& options, const predict::Prediction& prediction)
     job.pcJob = options.pcJob;
     job.profile = options.profile;
     job.outDir = out;
+    job.progress = ViewPrinter();
     if (prediction.end == predict::End::Hang)
         job.timeoutSeconds =
             120; // the prediction is that it never ends: wait long enough to see the PIC erased
@@ -146,69 +108,5 @@ int run(const Options& options, const predict::Prediction& prediction)
               .arg(predict::endName(prediction.end)));
     return result.agrees() ? 0 : 1;
 }
-#else
-int run(const Options& options, const predict::Prediction& prediction)
-{
-    for (const char* part :
-         {"updater/updater", "sim/instrument/sim-instrument", "sim/probe/plugins/generic/libprobe.so"}) {
-        if (!QFileInfo::exists(options.build + '/' + part)) {
-            print(QStringLiteral(
-                      "update-package preview: %1/%2 is missing: build it first (scripts/update-package "
-                      "builds what preview needs)")
-                      .arg(options.build, part));
-            return 2;
-        }
-    }
-    QDir().mkpath(options.out);
-    const QString out = QFileInfo(options.out).absoluteFilePath();
-    for (const char* stale : {"view.txt", "verify.txt", "end.png", "menu.png", "probe.txt"})
-        QFile::remove(out + '/' + stale);
-
-    print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
-              .arg(prediction.packageName, options.pcJob ? "PC" : "memory-stick", out));
-    QProcess demo;
-    QStringList args{repoDir() + "/scripts/demo.sh",
-                     "--package",
-                     QFileInfo(options.package).absoluteFilePath(),
-                     "--out",
-                     out,
-                     "--build",
-                     options.build};
-    if (options.pcJob)
-        args << "--pc";
-    demo.setStandardOutputFile(out + "/preview.log");
-    demo.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    demo.setWorkingDirectory(repoDir());
-    demo.start("bash", args);
-    ViewFollower follower(out + "/probe.txt");
-    QElapsedTimer clock;
-    clock.start();
-    while (!demo.waitForFinished(1000))
-        follower.poll(clock.elapsed());
-    follower.poll(clock.elapsed());
-
-    const QString view = readText(out + "/view.txt");
-    if (view.isEmpty()) {
-        print(QStringLiteral("preview: the job did not reach its end (see %1/preview.log and %1/updater.log)")
-                  .arg(out));
-        return 1;
-    }
-    print(QStringLiteral("\n== the message view at the end of the job"));
-    print(trimmedEnd(view));
-
-    QString endSeen;
-    for (const QString& line : view.split(QLatin1Char('\n')))
-        if (!trimmedEnd(line).isEmpty())
-            endSeen = trimmedEnd(line);
-    const QString expected = prediction.endText();
-    const bool agrees = !expected.isEmpty() && endSeen.startsWith(expected);
-    print(QStringLiteral("end: %1 (predicted \"%2\": %3)")
-              .arg(endSeen, expected.isEmpty() ? QStringLiteral("no end") : expected,
-                   agrees ? QStringLiteral("agrees") : QStringLiteral("DISAGREES")));
-    print(
-        QStringLiteral("screenshots: %1/end.png (end of the job), %1/menu.png (back at the menu)").arg(out));
-    return agrees ? 0 : 1;
-}
-#endif
 
 } // namespace preview

@@ -1,6 +1,6 @@
 #pragma once
-// preview: the package on the virtual instrument with the real updater (through scripts/demo.sh), and
-// the comparison of what the message view shows with what lint predicted, command by command.
+// preview: the package on the virtual instrument with the real updater (VirtualInstrument.h), and the
+// comparison of what the message view shows with what lint predicted, command by command.
 
 #include "Prediction.h"
 
@@ -13,7 +13,7 @@ namespace preview {
 struct Options
 {
     QString package;
-    QString out;     // results: view.txt, verify.txt, end.png, menu.png
+    QString out;     // the job's state folder: view.txt, trace.log, rootfs/, end.png, ...
     QString build;   // build tree with the updater, the simulator and the probe
     QString profile; // the instrument profile the virtual instrument is built from
     bool pcJob = false;
@@ -21,8 +21,5 @@ struct Options
 
 // Runs the preview and prints as it goes; returns the exit status (0: the view ends in "Update complete").
 int run(const Options& options, const predict::Prediction& prediction);
-
-QString repoDir();
-QString defaultBuildDir();
 
 } // namespace preview

@@ -1,8 +1,10 @@
 // update-package: build, lint, inspect and preview firmware update packages.
+#include "InstrumentState.h"
 #include "Package.h"
 #include "Prediction.h"
 #include "Preview.h"
 #include "Report.h"
+#include "VirtualInstrument.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -21,6 +23,7 @@ const char* const usage = R"(usage:
   update-package preview PACKAGE [--pc] [--out DIR] [--profile FILE]
                                                run it on the virtual instrument with the real updater
   update-package rules [--json]                the rules lint applies, with their severity
+  update-package state DIR                     what a job on the virtual instrument left in its folder
 --profile: the instrument to predict for (default: the virtual instrument's profile)
 exit status: 0 fine, 1 errors found (preview: the instrument differs from the prediction), 2 unusable
 input or usage)";
@@ -78,7 +81,7 @@ std::optional<package::Package> load(const Arguments& a, int& status)
 }
 
 // The instrument profile named by --profile, or the default one.
-std::optional<profile::Profile> instrument(const Arguments& a)
+std::optional<profile::Profile> instrumentProfile(const Arguments& a)
 {
     QString error;
     auto p = profile::read(a.profile.isEmpty() ? profile::defaultPath() : a.profile, error);
@@ -126,7 +129,7 @@ int build(const Arguments& a)
                     .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
                 1);
     }
-    const auto profile = instrument(a);
+    const auto profile = instrumentProfile(a);
     if (!profile)
         return 2;
     predict::Options options;
@@ -153,7 +156,7 @@ int lintOrInspect(const Arguments& a)
     const auto pkg = load(a, status);
     if (!pkg)
         return status;
-    const auto profile = instrument(a);
+    const auto profile = instrumentProfile(a);
     if (!profile)
         return 2;
     const predict::Prediction prediction = predict::predict(*pkg, *profile);
@@ -177,17 +180,28 @@ int runPreview(const Arguments& a)
     preview::Options options;
     options.package = a.positional[0];
     options.pcJob = a.flags.contains("--pc");
-    options.build = preview::defaultBuildDir();
+    options.build = instrument::defaultBuildDir();
     options.profile = a.profile.isEmpty() ? profile::defaultPath() : a.profile;
     QString base = QFileInfo(options.package).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
     options.out = a.out.isEmpty() ? base + "-preview" : a.out;
-    const auto profile = instrument(a);
+    const auto profile = instrumentProfile(a);
     if (!profile)
         return 2;
     predict::Options how;
     how.pcJob = options.pcJob;
     return preview::run(options, predict::predict(*pkg, *profile, how));
+}
+
+int showState(const Arguments& a)
+{
+    if (a.positional.size() != 1)
+        return say(stderr, usage, 2);
+    QString error;
+    const auto snapshot = state::read(a.positional[0], error);
+    if (!snapshot)
+        return say(stderr, "update-package state: " + error, 2);
+    return say(stdout, state::text(*snapshot), 0);
 }
 
 } // namespace
@@ -212,5 +226,7 @@ int main(int argc, char* argv[])
         write(a.flags.contains("--json") ? report::rulesJson() : report::rulesText().toUtf8());
         return 0;
     }
+    if (a.command == "state")
+        return showState(a);
     return say(stderr, usage, 2);
 }

@@ -1,7 +1,9 @@
 # shellcheck shell=bash
-# Shared part of the stub target commands (sourced, not run). Every stub:
+# Shared part of the stub target commands and of the wrappers of the target's real tools (sourced, not
+# run). Every stub:
 #   - needs SIM_STATE (the sandbox sets it) and keeps its simulated media in $SIM_STATE/media;
 #   - appends its call as one line "<name> <args...>" to $SIM_STATE/calls.log before doing anything;
+#   - traces its call and its exit status in $SIM_STATE/trace.log (below);
 #   - then obeys $SIM_STATE/faults, whose lines (blank lines and "#" comments aside) read
 #         <exit code> <which> <pattern>
 #     <pattern> is a bash glob matched against the whole logged line, e.g. "mount /dev/sda1 *";
@@ -9,6 +11,15 @@
 #     so emptying calls.log restarts the count). A faulted call does nothing and exits with <exit code>
 #     (1..255). The first rule that fires wins.
 # Bad usage of a stub exits with 2 and a message naming the stub and what is wrong.
+# The trace holds, in the order things happened, the message view's lines (written by the probe inside the
+# updater) and the target commands:
+#     run <name> <args...>      a command the updater started (the line calls.log has for a stub)
+#     exit <status>             its exit status
+#     inner <name> <args...>    a command another program started (a package's script, a stub)
+#     inner-exit <status>
+# "\" and line feeds in arguments are written as "\\" and "\n". When $SIM_STATE/updater.pid holds the
+# updater's process id (the probe writes it), a command whose parent is another process is "inner";
+# without it every command is "run".
 
 stub_name=$(basename "$0")
 
@@ -25,16 +36,59 @@ stub_fail() {
     exit "$code"
 }
 
-# The real program behind a stubbed name (the stubs directory comes first on PATH).
-stub_real() {
-    local dir
-    for dir in /usr/sbin /usr/bin /sbin /bin; do
-        if [ -x "$dir/$1" ]; then
+# The real program behind a stubbed name: the first on PATH after the stubs' own folder, as the target
+# would find it.
+stub_find_real() {
+    local dir stubs
+    stubs=${BASH_SOURCE[0]%/lib/stub-common.sh}
+    local IFS=:
+    for dir in $PATH; do
+        [ "$dir" = "$stubs" ] || [ "$dir" = "${SIM_STUBS:-}" ] && continue
+        if [ -f "$dir/$1" ] && [ -x "$dir/$1" ]; then
             echo "$dir/$1"
             return 0
         fi
     done
-    stub_usage_error "the real '$1' is not installed"
+    return 1
+}
+
+stub_real() {
+    stub_find_real "$1" || stub_usage_error "the real '$1' is not installed"
+}
+
+stub_trace() { # <kind> <text>
+    local text=${2//\\/\\\\}
+    printf '%s %s\n' "$1" "${text//$'\n'/\\n}" >>"$SIM_STATE/trace.log"
+}
+
+# Traces the call now and its exit status when the script ends.
+stub_trace_call() { # <the call's line>
+    stub_run_kind=run stub_exit_kind=exit
+    if [ -r "$SIM_STATE/updater.pid" ] && [ "$PPID" != "$(<"$SIM_STATE/updater.pid")" ]; then
+        stub_run_kind=inner stub_exit_kind=inner-exit
+    fi
+    stub_trace "$stub_run_kind" "$1"
+    trap 'stub_trace "$stub_exit_kind" $?' EXIT
+}
+
+stub_check_state() {
+    [ -n "${SIM_STATE:-}" ] || stub_usage_error "SIM_STATE is not set: run inside sim/sandbox"
+    [ -d "$SIM_STATE" ] || stub_usage_error "SIM_STATE '$SIM_STATE' is not a directory"
+}
+
+# A wrapper of one of the target's real tools (cp, rm, tar): traced, not in calls.log, and otherwise the
+# tool itself: its output and its exit status pass through unchanged. A tool the root has lost cannot start.
+stub_run_real() {
+    stub_check_state
+    local line=$stub_name real status
+    [ $# -gt 0 ] && line="$line $*"
+    stub_trace_call "$line"
+    real=$(stub_find_real "$stub_name") || stub_fail 127 "not found"
+    set +e
+    "$real" "$@"
+    status=$?
+    set -e
+    exit $status
 }
 
 stub_media() {
@@ -73,12 +127,12 @@ stub_faults() {
 
 # Call first thing with the stub's arguments: checks the environment, logs the call, applies faults.
 stub_begin() {
-    [ -n "${SIM_STATE:-}" ] || stub_usage_error "SIM_STATE is not set: run inside sim/sandbox"
-    [ -d "$SIM_STATE" ] || stub_usage_error "SIM_STATE '$SIM_STATE' is not a directory"
+    stub_check_state
     mkdir -p "$SIM_STATE/media"
     local line=$stub_name
     [ $# -gt 0 ] && line="$line $*"
     printf '%s\n' "$line" >>"$SIM_STATE/calls.log"
+    stub_trace_call "$line"
     stub_faults "$line"
 }
 
