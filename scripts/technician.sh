@@ -55,6 +55,13 @@ for part in updater/updater sim/instrument/sim-instrument sim/probe/plugins/gene
     [ -e "$build/$part" ] || usage "$build/$part is missing: build it first"
 done
 
+# The updater runs from where the instrument has it (the sandbox installs the build's there), so that
+# replacing or removing its own file meets what it meets on the instrument.
+profile=${SIM_PROFILE:-$repo/sim/profile/instrument.profile}
+installed=$(sed -n 's/^updater \(\/.*\)$/\1/p' "$profile" 2>/dev/null) ||
+    usage "cannot read the instrument profile '$profile'"
+[ -n "$installed" ] || usage "the instrument profile '$profile' names no updater path"
+
 jobs=() packages=() outs=()
 while [ $# -gt 0 ]; do
     case "$1" in stick | pc) ;; *) usage "unknown job '$1' (stick or pc)" ;; esac
@@ -93,7 +100,7 @@ mkfifo "$control/jobs"
 exec {jobs_fd}<>"$control/jobs"
 "$repo/sim/sandbox" --build "$build" --instrument "${instrument_args[@]}" "${cpu[@]}" --batch "$control/jobs" \
     "${platform[@]}" --env "QT_PLUGIN_PATH=$build/sim/probe/plugins" --env QT_QPA_GENERIC_PLUGINS=probe \
-    -- "$build/updater/updater" >"$control/sandbox.out" 2>&1 \
+    -- "$installed" >"$control/sandbox.out" 2>&1 \
     {jobs_fd}>&- &
 batch_pid=$!
 

@@ -76,10 +76,16 @@ private slots:
         row("tar into the root", "tar -xf " + m_archive + " -C .",
             {newConf, "+ /usr/lib/modules/4.19/extra  folder 0755 0:0", newKo});
         row("a file removed (whiteout)", "rm usr/bin/cp", {"- /usr/bin/cp  was file 0755 0:0 5 bytes"});
-        // The folder made again is opaque: what it held before is gone, each gone name is listed.
+        // A folder's whiteout hides all it held: each path below it is gone as well.
+        row("a folder removed (whiteout)", "rm -r lib/modules/",
+            {"- /usr/lib/modules  was folder 0755 0:0", "- /usr/lib/modules/4.19  was folder 0755 0:0",
+             "- /usr/lib/modules/4.19/kernel  was folder 0755 0:0",
+             "- /usr/lib/modules/4.19/kernel/keypad.ko  was file 0644 0:0 4 bytes"});
+        // The folder made again is opaque: what it held before is gone, each gone path is listed.
         row("a folder removed and made again", "rm -r lib/modules/ && tar -xf " + m_archive + " -C . lib",
             {"+ /usr/lib/modules/4.19/extra  folder 0755 0:0", newKo,
-             "- /usr/lib/modules/4.19/kernel  was folder 0755 0:0"});
+             "- /usr/lib/modules/4.19/kernel  was folder 0755 0:0",
+             "- /usr/lib/modules/4.19/kernel/keypad.ko  was file 0644 0:0 4 bytes"});
         row("mode of /", "chmod 700 .", {"~ /  folder 0700 0:0  was folder 0755 0:0"});
         row("mode of /tmp", "chmod 755 tmp", {"~ /tmp  folder 0755 0:0  was folder 1777 0:0"});
         row("owner of a file", "chown 1000:50 etc/same.conf",

@@ -224,9 +224,7 @@ private:
         const QString at = upperPath(path);
         const auto before = m_lower.find(path);
         if (isWhiteout(info)) {
-            Node node = removedNode(path, before);
-            if (before) // a whiteout over nothing only hides a name that never was
-                nodes << node;
+            addRemoved(path, nodes);
             return true;
         }
         const Before now = describe(at, info);
@@ -265,9 +263,21 @@ private:
             // What the root had here and the upper layer does not show is gone.
             for (const QString& name : m_lower.names(path))
                 if (!names->contains(name))
-                    nodes << removedNode(joined(path, name), m_lower.find(joined(path, name)));
+                    addRemoved(joined(path, name), nodes);
         }
         return true;
+    }
+
+    // A path the root had is gone, and with a folder everything the root had below it.
+    void addRemoved(const QString& path, QVector<Node>& nodes) const
+    {
+        const auto before = m_lower.find(path);
+        if (!before) // a whiteout over nothing only hides a name that never was
+            return;
+        nodes << removedNode(path, before);
+        if (before->kind == Kind::Directory)
+            for (const QString& name : m_lower.names(path))
+                addRemoved(joined(path, name), nodes);
     }
 
     static Node removedNode(const QString& path, const std::optional<Before>& before)
