@@ -65,7 +65,12 @@ bool readData(archive* a, Entry& entry, QString& error)
         if (r == ARCHIVE_EOF)
             break;
         if (r < ARCHIVE_WARN) {
+            // What was read stays: tar has written it before it stops.
             error = QString::fromUtf8(archive_error_string(a));
+            entry.size = hashed;
+            entry.data.truncate(int(qMin<qint64>(hashed, entry.data.size())));
+            entry.sha256 = hash.result();
+            entry.truncated = true;
             return false;
         }
         if (offset + qint64(length) > entry.size) {
@@ -120,6 +125,8 @@ bool readEntries(archive* a, const QString& path, Package& pkg, QString& error)
         if (entry.type == EntryType::File && !readData(a, entry, error)) {
             error = QStringLiteral("%1: truncated or corrupt archive inside entry '%2' (%3)")
                         .arg(path, entry.name, error);
+            if (entry.truncated)
+                pkg.entries.push_back(std::move(entry));
             return false;
         }
         pkg.entries.push_back(std::move(entry));

@@ -35,6 +35,7 @@ struct Entry
     QString uname, gname;
     QByteArray data; // the contents, when size <= keepLimit
     QByteArray sha256;
+    bool truncated = false; // the archive ends inside the data: `size` and `data` are what it holds
     bool kept() const { return type == EntryType::File && size <= keepLimit; }
 };
 

@@ -358,7 +358,9 @@ Outcome extract(const package::Package& members, const QString& base, const QStr
             if (!clear("open"))
                 break;
             auto node = std::make_shared<Inode>();
-            node->mode = uint(member.mode);
+            // tar writes a file with its owner's bits only and sets the member's mode once the data is
+            // complete: a member the archive cuts short keeps the owner's bits.
+            node->mode = uint(member.truncated ? member.mode & 0700 : member.mode);
             node->uid = uid;
             node->gid = gid;
             node->size = member.size;
@@ -425,6 +427,19 @@ Outcome extract(const package::Package& members, const QString& base, const QStr
 
 namespace {
 
+// An uncompressed archive as tar reads it: whole 512-byte blocks only. A shorter tail is never seen, so an
+// archive cut inside a member's header ends quietly before that member.
+QByteArray wholeBlocks(const QByteArray& data)
+{
+    static const QVector<QByteArray> compressed{QByteArray("\x1f\x8b"), QByteArray("BZh"),
+                                                QByteArray("\xfd" "7zXZ", 5), QByteArray("\x28\xb5\x2f\xfd"),
+                                                QByteArray("LZIP"), QByteArray("\x1f\x9d")};
+    for (const QByteArray& magic : compressed)
+        if (data.startsWith(magic))
+            return data;
+    return data.left(data.size() / 512 * 512);
+}
+
 Outcome tar(const QStringList& args, Context& c)
 {
     QString archive, folder = QStringLiteral("."), unknownOption;
@@ -470,7 +485,7 @@ Outcome tar(const QStringList& args, Context& c)
             QStringLiteral("%1 is one of the instrument's files: its content is not known").arg(archive));
     QString error;
     package::Package partial;
-    const auto read = package::readBytes(a.node->data, error, &partial);
+    const auto read = package::readBytes(wholeBlocks(a.node->data), error, &partial);
     Outcome out = extract(read ? *read : partial, folder, members, c);
     if (!read && (out.exit == Exit::Success || out.rule == QLatin1String("tar-member-not-found")))
         out = failure(partial.entries.empty() ? QStringLiteral("tar-not-archive")
