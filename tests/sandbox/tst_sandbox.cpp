@@ -1,10 +1,11 @@
 // The virtual instrument's root against the instrument's: the real updater in sim/sandbox, started at its
-// installed path and given F3 F1 by stick-job.sh, installs packages made by real tar holding what engineers'
+// installed path and given F3 F1 by the technician, installs packages made by real tar holding what engineers'
 // packages hold (owners of their own accounts, device nodes, odd folder modes, paths through links on the
 // root) and must do what the instrument does, where the updater runs as root with the image's own tar and cp.
 // Each case reads the sandbox's record of the root: $SIM_STATE/rootfs, tmp and home are the upper layers of
 // /, /tmp and /home.
 #include "../support/TestFiles.h"
+#include "VirtualInstrument.h"
 
 #include <QtTest> // with all of QtCore
 
@@ -23,27 +24,12 @@ const QString updatesFailed = "Some of the updates failed, press F1";
 
 struct Job
 {
-    int exitCode = -1; // of the sandbox if it ended before the view did; -1 when stopped after
-    QString output;    // what the sandbox and the driver printed
+    int exitCode = -1; // 77 when the machine lacks what the virtual instrument needs
+    QString output;    // why the job could not run, or how it ended
     QString view;      // the message view at the end of the job
     QString state;     // the sandbox's state directory
     bool skipped() const { return exitCode == 77 && qEnvironmentVariable("CI") != "true"; }
 };
-
-// The message view as the updater last showed it: the last whole block of the probe's report.
-QString lastView(const QString& probeFile)
-{
-    const QString probe = QString::fromUtf8(readAll(probeFile));
-    const int end = probe.lastIndexOf("\nview-end");
-    const int begin = probe.lastIndexOf("view-begin\n", end);
-    return begin < 0 || end < 0 ? QString() : probe.mid(begin + 11, end - begin - 11);
-}
-
-bool ended(const QString& view)
-{
-    return view.contains(updateComplete) || view.contains(updatesFailed) ||
-           view.contains("Could not find update file") || view.contains("Failed to extract update files");
-}
 
 struct Node
 {
@@ -123,40 +109,30 @@ class SandboxTest : public QObject
         return tar.exitCode == 0 ? tree : QString();
     }
 
-    // The memory-stick job with this package, until the view has ended (or the sandbox gave up).
+    // The memory-stick job with this package, played by the technician from outside the root, until
+    // the view has ended (or the job timed out).
     Job runJob(const QString& package)
     {
         const QString out = m_work.path() + "/jobs/" + QFileInfo(package).baseName();
         QDir(out).removeRecursively();
-        QDir().mkpath(out);
-        QProcess sandbox;
-        sandbox.setWorkingDirectory(repo);
-        sandbox.start("setsid",
-                      {repo + "/sim/sandbox", "--build", build, "--instrument", "--state", out + "/state",
-                       "--bind", m_work.path(), m_work.path(), "--env", "UPDATER_BUILD_DIR=" + build, "--",
-                       "bash", repo + "/tests/sandbox/stick-job.sh", package, out});
-        Job job;
-        job.state = out + "/state";
-        QElapsedTimer sinceEnd;
-        (void)QTest::qWaitFor(
-            [&] {
-                if (sandbox.state() == QProcess::NotRunning)
-                    return true;
-                // The last lines follow the end at once; give the probe a moment to report them.
-                if (!sinceEnd.isValid() && ended(lastView(out + "/probe.txt")))
-                    sinceEnd.start();
-                return sinceEnd.isValid() && sinceEnd.elapsed() > 1000;
-            },
-            15 * 60 * 1000);
-        if (sandbox.state() != QProcess::NotRunning) {
-            ::kill(-pid_t(sandbox.processId()), SIGTERM); // the sandbox's group: it removes its mounts
-            sandbox.waitForFinished(60000);
-        } else if (sandbox.exitStatus() == QProcess::NormalExit) {
-            job.exitCode = sandbox.exitCode(); // ended before the view: 77 (skip) or a failure
+        instrument::Job job;
+        job.package = package;
+        job.outDir = out + "/state";
+        job.timeoutSeconds = 15 * 60;
+        instrument::Options options;
+        options.build = build;
+        options.screens = false;
+        Job result;
+        result.state = job.outDir;
+        bool unavailable = false;
+        const auto snapshot = instrument::run(job, result.output, options, &unavailable);
+        if (unavailable)
+            result.exitCode = 77;
+        if (snapshot) {
+            result.view = snapshot->view;
+            result.output += snapshot->outcome;
         }
-        job.output = QString::fromUtf8(sandbox.readAllStandardOutput() + sandbox.readAllStandardError());
-        job.view = lastView(out + "/probe.txt");
-        return job;
+        return result;
     }
 
 private slots:
