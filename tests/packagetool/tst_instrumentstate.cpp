@@ -93,6 +93,10 @@ private slots:
              "  was file 0644 0:0 5 bytes"});
         row("a link replaced by a folder", "rm bin && mkdir bin",
             {"~ /bin  folder 0755 0:0  was link 0777 0:0 -> usr/bin"});
+        // What the link led to is not what the folder held before: all below it is new.
+        row("a link to a folder replaced by a folder tree", "rm lib && mkdir -p lib/modules/4.19",
+            {"~ /lib  folder 0755 0:0  was link 0777 0:0 -> usr/lib", "+ /lib/modules  folder 0755 0:0",
+             "+ /lib/modules/4.19  folder 0755 0:0"});
         // The write follows the link: the link is untouched, the file it names is what changed.
         row("a write through a link", "printf 'written\\n' >etc/link.conf",
             {"~ /data/real  file 0644 0:0 8 bytes sha256 " + sha("written\n")});

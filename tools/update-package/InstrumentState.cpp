@@ -160,26 +160,26 @@ public:
         const auto it = m_atStart.constFind(path);
         if (it != m_atStart.constEnd())
             return startOf(*it);
-        for (const QString& layer : m_layers) {
-            const QString at = layer + path;
-            if (const auto info = lstatOf(at))
-                return describe(at, *info);
-        }
-        return std::nullopt;
+        const auto found = lookUp(path);
+        if (!found)
+            return std::nullopt;
+        const QString at = found->first() + path;
+        const auto info = lstatOf(at);
+        return info ? std::optional<Before>(describe(at, *info)) : std::nullopt;
     }
 
-    // The names a folder had in any layer (a layer that lacks the folder adds none).
+    // The names a folder had (what a whiteout or an opaque folder hid left out).
     QStringList names(const QString& path) const
     {
         QSet<QString> all;
-        for (const QString& layer : m_layers) {
-            const auto info = lstatOf(layer + path);
-            if (!info || !S_ISDIR(info->st_mode))
-                continue;
-            QString ignored;
-            if (const auto names = namesIn(layer + path, ignored))
-                for (const QString& name : *names)
-                    all.insert(name);
+        if (const auto found = lookUp(path)) {
+            for (const QString& layer : *found) {
+                QString ignored;
+                if (const auto names = namesIn(layer + path, ignored))
+                    for (const QString& name : *names)
+                        if (!all.contains(name) && lookUp(joined(path, name)))
+                            all.insert(name);
+            }
         }
         QStringList sorted = all.values();
         sorted.sort();
@@ -190,6 +190,40 @@ private:
     static Before startOf(const profile::Entry& e)
     {
         return {e.kind, e.mode, e.uid, e.gid, e.size, e.target};
+    }
+
+    // The path as the overlay merges the layers, one name at a time and never through a link: the
+    // layers that make it up, top first (a folder may span several; anything else is the top one's).
+    // Nothing when it is absent or hidden by a whiteout.
+    std::optional<QStringList> lookUp(const QString& path) const
+    {
+        QStringList layers = m_layers;
+        QString at;
+        for (const QString& name : path.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
+            at += QLatin1Char('/') + name;
+            QStringList below;
+            for (const QString& layer : layers) {
+                const auto info = lstatOf(layer + at);
+                if (!info)
+                    continue;
+                if (isWhiteout(*info))
+                    break;
+                if (!S_ISDIR(info->st_mode)) {
+                    if (below.isEmpty())
+                        below << layer;
+                    break;
+                }
+                below << layer;
+                if (isOpaque(layer + at))
+                    break;
+            }
+            if (below.isEmpty())
+                return std::nullopt;
+            if (!S_ISDIR(lstatOf(below.first() + at)->st_mode) && at.size() < path.size())
+                return std::nullopt; // a name below something that is not a folder
+            layers = below;
+        }
+        return layers;
     }
 
     QStringList m_layers;
