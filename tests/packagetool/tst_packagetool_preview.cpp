@@ -139,6 +139,54 @@ private slots:
                 seen << line.simplified();
         QCOMPARE(seen, predicted);
     }
+
+    // Damage the tool predicts is still damage: preview names each change of the root no line asks for
+    // and exits 1, though the instrument did what was predicted.
+    void previewReportsDamage_data()
+    {
+        QTest::addColumn<QString>("config");
+        QTest::addColumn<QString>("modules"); // shell commands in an empty folder making modules.tar in $1
+        QTest::addColumn<QString>("damage");  // the report's line
+        const QString module = "mkdir -p t/usr/lib/modules/4.19.0-instrument/extra && echo m > "
+                               "t/usr/lib/modules/4.19.0-instrument/extra/k.ko && ";
+        QTest::newRow("the mode of the root folder")
+            << "FILE:/etc/x.conf\nMODULES:/modules.tar\n" << module + "chmod 700 t && tar -cf \"$1\" -C t ."
+            << "line 2: /: the folder's mode and owner changed from 0755 0:0 to 0700 0:0";
+        QTest::newRow("a link of the root replaced")
+            << "FILE:/etc/x.conf\nMODULES:/modules.tar\n"
+            << "mkdir -p t/lib/modules/4.19.0-instrument/extra && echo m > "
+               "t/lib/modules/4.19.0-instrument/extra/k.ko && tar -cf \"$1\" -C t lib"
+            << "line 2: /lib: the link to usr/lib was replaced by a folder";
+        QTest::newRow("a file written through a link")
+            << "FILE:/etc/os-release\n" << QString()
+            << "line 1: /usr/lib/os-release: written, though no line names it (a write through a link?)";
+    }
+
+    void previewReportsDamage()
+    {
+        QFETCH(QString, config);
+        QFETCH(QString, modules);
+        QFETCH(QString, damage);
+        const QString name = QString(QTest::currentDataTag()).replace(' ', '-');
+        const QString folder =
+            m_base.variant(name, config, {{"etc/os-release", {"ID=instrument\n"}}});
+        if (!modules.isEmpty()) {
+            const QString scratch = m_base.dir.path() + "/modules-" + name;
+            QVERIFY(QDir().mkpath(scratch));
+            const Run made = run("sh", {"-ec", modules, "sh", folder + "/modules.tar"}, scratch);
+            QVERIFY2(made.exitCode == 0, qPrintable(made.err));
+        }
+        const QString package = m_base.pack(folder, name + "M_firmware_update_1.tar.bz2");
+        QVERIFY(!package.isEmpty());
+        const Run preview = run("setsid", {tool, "preview", package, "--out", m_base.dir.path() + "/d-" + name},
+                                QString(), 10 * 60 * 1000);
+        const QString report = preview.out + preview.err;
+        QVERIFY2(report.contains("\n0 differences,"), qPrintable(report));
+        QVERIFY2(report.contains("== changes of the instrument's root that no line asks for\n"),
+                 qPrintable(report));
+        QVERIFY2(report.contains('\n' + damage + '\n'), qPrintable(report));
+        QCOMPARE(preview.exitCode, 1);
+    }
 };
 
 QTEST_GUILESS_MAIN(PackagePreviewTest)

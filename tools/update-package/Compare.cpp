@@ -2,6 +2,7 @@
 
 #include "Report.h"
 
+#include <QDir>
 #include <QSet>
 #include <climits>
 #include <tuple>
@@ -301,6 +302,63 @@ Result compare(const predict::Prediction& p, const state::Snapshot& s)
                          return order(a.line) < order(b.line);
                      });
     return result;
+}
+
+QVector<Damage> damage(const predict::Prediction& p, const state::Snapshot& s)
+{
+    // What the lines name: a file line's path (its folders as the root resolves them, so a path through
+    // /lib is /usr/lib), the application's place, and everything a modules archive unpacks. A script may
+    // write anything, so its files are not judged.
+    QSet<QString> named{QStringLiteral("/home/mainApp")};
+    bool script = false;
+    for (const predict::Line& line : p.lines) {
+        script = script || line.keyword == QLatin1String("SCRIPT");
+        if (line.keyword == QLatin1String("MODULES")) {
+            for (const predict::Write& w : line.writes)
+                named.insert(w.path);
+        } else if ((line.keyword == QLatin1String("FILE") || line.keyword == QLatin1String("UPDATER")) &&
+                   p.root) {
+            const int slash = line.argument.lastIndexOf(QLatin1Char('/'));
+            const rootfs::Lookup folder = p.root->resolve(line.argument.left(qMax(slash, 1)), true);
+            named.insert(folder.err == rootfs::Err::None
+                             ? QDir::cleanPath(folder.path + QLatin1Char('/') + line.argument.mid(slash + 1))
+                             : line.argument);
+        }
+    }
+    const auto lineOf = [&](const QString& path) {
+        for (const predict::Line& line : p.lines)
+            for (const predict::Write& w : line.writes)
+                if (w.path == path)
+                    return line.number;
+        return 0;
+    };
+    const auto attributes = [](uint mode, uint uid, uint gid) {
+        return QStringLiteral("%1 %2:%3").arg(mode, 4, 8, QLatin1Char('0')).arg(uid).arg(gid);
+    };
+    QVector<Damage> found;
+    for (const state::Node& n : s.root) {
+        if (n.path.startsWith(QLatin1String("/tmp/")) || n.path.startsWith(QLatin1String("/mnt/")) ||
+            ignored(n.path))
+            continue;
+        QString what;
+        if (n.before && n.before->kind == profile::Kind::Directory && !n.removed &&
+            n.kind == profile::Kind::Directory &&
+            (n.mode != n.before->mode || n.uid != n.before->uid || n.gid != n.before->gid)) {
+            what = QStringLiteral("the folder's mode and owner changed from %1 to %2")
+                       .arg(attributes(n.before->mode, n.before->uid, n.before->gid),
+                            attributes(n.mode, n.uid, n.gid));
+        } else if (n.before && n.before->kind == profile::Kind::Symlink &&
+                   (n.removed || n.kind != profile::Kind::Symlink || n.target != n.before->target)) {
+            what = n.removed ? QStringLiteral("the link to %1 was removed").arg(n.before->target)
+                             : QStringLiteral("the link to %1 was replaced by a %2")
+                                   .arg(n.before->target, profile::kindName(n.kind));
+        } else if (!script && !n.removed && n.kind == profile::Kind::File && !named.contains(n.path)) {
+            what = QStringLiteral("written, though no line names it (a write through a link?)");
+        }
+        if (!what.isEmpty())
+            found.push_back({lineOf(n.path), n.path, what});
+    }
+    return found;
 }
 
 QString text(const predict::Prediction& p, const Result& result)

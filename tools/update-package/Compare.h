@@ -38,6 +38,16 @@ QVector<TraceEvent> parseTrace(const QVector<QString>& lines);
 
 Result compare(const predict::Prediction& prediction, const state::Snapshot& snapshot);
 
+// Changes of the root no line asks for, whether predicted or not: a folder's mode or owner, a link
+// replaced or removed, a file written that no line names (through a link, say). `line` is the line whose
+// predicted writes hold the path, 0 when none does.
+struct Damage
+{
+    int line = 0;
+    QString path, what;
+};
+QVector<Damage> damage(const predict::Prediction& prediction, const state::Snapshot& snapshot);
+
 // "line 3 (APP:/mainApp): exit of cp ...: predicted succeeds, observed exit 1", one a line.
 QString text(const predict::Prediction& prediction, const Result& result);
 

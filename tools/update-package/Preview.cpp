@@ -102,11 +102,20 @@ int run(const Options& options, const predict::Prediction& prediction)
     const QString differences = compare::text(prediction, result);
     if (!differences.isEmpty())
         print(QStringLiteral("\n") + trimmedEnd(differences));
-    print(QStringLiteral("\n%1 difference%2 (end predicted: %3)")
+    const QVector<compare::Damage> damage = compare::damage(prediction, *snapshot);
+    if (!damage.isEmpty()) {
+        print(QStringLiteral("\n== changes of the instrument's root that no line asks for"));
+        for (const compare::Damage& d : damage)
+            print(QStringLiteral("%1%2: %3")
+                      .arg(d.line > 0 ? QStringLiteral("line %1: ").arg(d.line) : QString(), d.path, d.what));
+    }
+    print(QStringLiteral("\n%1 difference%2, %3 change%4 no line asks for (end predicted: %5)")
               .arg(result.differences.size())
               .arg(result.differences.size() == 1 ? "" : "s")
+              .arg(damage.size())
+              .arg(damage.size() == 1 ? "" : "s")
               .arg(predict::endName(prediction.end)));
-    return result.agrees() ? 0 : 1;
+    return result.agrees() && damage.isEmpty() ? 0 : 1;
 }
 
 } // namespace preview
