@@ -254,6 +254,13 @@ private slots:
         for (const QString& line : traced)
             QVERIFY2(result.trace.contains(line),
                      qPrintable(line + " missing from:\n" + result.trace.join('\n')));
+        // No job reaches the ESA boards: this updater's ESA gate is closed.
+        const QStringList boards = QDir(result.out + "/esa").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        QCOMPARE(boards.size(), 2);
+        for (const QString& board : boards) {
+            const QString counters = QString::fromLatin1(readAll(result.out + "/esa/" + board + "/counters"));
+            QVERIFY2(counters.contains("boot-requests=0\n"), qPrintable(board + ":\n" + counters));
+        }
     }
 
     // Flash as erased, the reset vector included: the wrapping record was skipped, not written at 0.
