@@ -19,6 +19,16 @@
 
 namespace payload {
 
+using Severity = rules::Severity;
+
+// A finding of one payload: its rule is one of lint's (Rules.h), its severity the rule's.
+struct Finding
+{
+    QString ruleId;
+    Severity severity = Severity::Error;
+    QString message;
+};
+
 enum class Role
 {
     Application, // APP: copied to /home/mainApp
