@@ -362,6 +362,26 @@ private slots:
             written.value("sha256").toString(),
             QString(
                 QCryptographicHash::hash(readAll(folder + "/mainApp"), QCryptographicHash::Sha256).toHex()));
+        // What each payload is, as the instrument will take it, and a line's payload findings.
+        QCOMPARE(app.value("payloadKind").toString(),
+                 QString("ELF 32-bit ARM hard-float program, loader /lib/ld-linux-armhf.so.3"));
+        QVERIFY2(commands[3]
+                     .toObject()
+                     .value("payloadKind")
+                     .toString()
+                     .startsWith("U-Boot image 'Linux-4.19.0-instrument': arm linux kernel, 4096 bytes of "
+                                 "data, CRCs good"),
+                 qPrintable(commands[3].toObject().value("payloadKind").toString()));
+        QCOMPARE(commands[4].toObject().value("payloadKind").toString(),
+                 QString("tar archive: 11 members, modules: 1 for 4.19.0-instrument"));
+        QCOMPARE(app.value("findings").toArray().size(), 0);
+        const QString host = m_base.variant("inspect-host", baseConfig,
+                                            {{"mainApp", {m_base.payload("mainApp-x86-64"), 0755}}});
+        const Run text = run(tool, {"inspect", host, "--profile", testProfile});
+        QVERIFY2(text.out.contains(
+                     "\n  payload:    ELF 64-bit x86-64 program, loader /lib64/ld-linux-x86-64.so.2\n"
+                     "  findings:   error: elf-machine: /mainApp is an ELF 64-bit x86-64 program"),
+                 qPrintable(text.out));
         const QJsonObject pic = commands[6].toObject().value("pic").toObject();
         QVERIFY(pic.value("programmed").toString().startsWith("0x0000-0x0003"));
         QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x300001 = 0x02")));

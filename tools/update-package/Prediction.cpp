@@ -117,7 +117,7 @@ private:
     bool rootFile(const QString& argument);
     void modules(Line& line);
     void picStep(Line& line);
-    void payloadChecks(const Line& line);
+    void payloadChecks(Line& line);
     void packageChecks();
     void unusedPayloads();
     void recordWrites(QVector<Write>& writes);
@@ -590,7 +590,7 @@ void Job::commandLine(Line& line)
 
 // The package's file the line names, judged as the instrument will use it (payload/Check.h). A rule the
 // line's commands already broke is not reported twice.
-void Job::payloadChecks(const Line& line)
+void Job::payloadChecks(Line& line)
 {
     const auto role = payload::roleOf(line.keyword);
     const QString unpacked = grammar::unpacked + '/';
@@ -599,6 +599,7 @@ void Job::payloadChecks(const Line& line)
     const package::Entry* entry = m_pkg.find(package::topFolder + '/' + line.payload.mid(unpacked.size()));
     if (!entry)
         return;
+    line.payloadKind = payload::describe(*entry, *role);
     const QString device = payload::deviceFor(*role, m_systemType == SystemType::SdCard);
     for (const payload::Finding& f : payload::check(m_pkg, *entry, *role, m_context.profile, device)) {
         const bool reported =
