@@ -10,6 +10,7 @@ set -euo pipefail
 payload_need_tools
 out=${1:?usage: make-base-payloads.sh <output folder>}
 mkdir -p "$out"
+out=$(cd "$out" && pwd) # modules_tar packs from inside the tree
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
