@@ -3,7 +3,8 @@
 # Then the payload checks against payload size: the sample packages, and packages whose APP, KERNEL, IMAGE
 # and MODULES payloads are each about 1, 4, 16 and 64 MiB (made by the real tools, random contents): the
 # time to read the package as lint does and to check its payloads, for folders and, up to 16 MiB (bzip2
-# takes seconds per 16 MiB of random data, one run each), for archives. About three minutes.
+# takes seconds per 16 MiB of random data, one run each), for archives; and the whole lint command on the
+# samples and on those folders. About four minutes.
 #   bench/packagetool/run.sh [build dir] [runs]
 set -euo pipefail
 . "$(dirname "${BASH_SOURCE[0]}")/../common.sh"
@@ -63,6 +64,30 @@ for mib in 1 4 16 64; do
         archives+=("$work/PayloadM_firmware_update_$mib.tar.bz2")
     }
 done
+# The whole lint command against payload size: the sample packages, then the folders (each of APP, KERNEL,
+# IMAGE and MODULES about N MiB); exit 1 (errors found: a kernel larger than its partition) is a result.
+lint_median() { # <runs> <package or folder>: prints the median, min and max wall time in ms
+    local times=() start status
+    for _ in $(seq "$1"); do
+        start=$(date +%s%N)
+        status=0
+        "$tool" lint "$2" >/dev/null || status=$?
+        [ "$status" -le 1 ] || { echo "packagetool bench: lint of $2 failed ($status)" >&2; exit 1; }
+        times+=($(( ($(date +%s%N) - start) / 1000 )))
+    done
+    printf '%s\n' "${times[@]}" | sort -n |
+        awk '{ t[NR] = $1 } END { printf "median %.1f ms (min %.1f, max %.1f, %d runs)", t[int((NR + 1) / 2)] / 1000, t[1] / 1000, t[NR] / 1000, NR }'
+}
+for sample in "$work"/samples/{good,nand}/*.tar.bz2; do
+    echo "lint of the sample package $(basename "$sample") ($(stat -c %s "$sample") bytes): $(lint_median "$runs" "$sample")"
+done
+for dir in "${folders[@]}"; do
+    mib=$(du -sm --apparent-size "$dir" | cut -f1)
+    largest=$(find "$dir" -type f -printf '%s\n' | sort -n | tail -n 1)
+    echo "lint of a folder with payloads up to $(awk -v b="$largest" 'BEGIN { printf "%.1f", b / 1048576 }') MiB" \
+        "($mib MiB in all): $(lint_median 3 "$dir")"
+done
+
 echo "payload checks (read: the package as lint reads it; check: every payload against the default profile)"
 {
     "$build/bench/packagetool/bench_payload" "$runs" "$work"/samples/{good,nand}/*.tar.bz2 "${folders[@]}"

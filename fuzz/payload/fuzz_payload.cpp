@@ -48,12 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QVector<payload::Finding> found =
         payload::check(pkg, pkg.entries.front(), role, instrument(), payload::deviceFor(role, false));
     for (const payload::Finding& f : found) {
-        const auto& rules = payload::rules();
-        const auto rule = std::find_if(rules.begin(), rules.end(), [&](const payload::Rule& r) {
-            return f.ruleId == QLatin1String(r.id);
-        });
-        FUZZ_CHECK(rule != rules.end() && rule->severity == f.severity,
-                   "finding of an unknown rule " + f.ruleId);
+        const rules::Rule* rule = rules::find(f.ruleId);
+        FUZZ_CHECK(rule && rule->severity == f.severity, "finding of an unknown rule " + f.ruleId);
         FUZZ_CHECK(!f.message.isEmpty(), "empty message for " + f.ruleId);
     }
     payload::describe(pkg.entries.front(), role);

@@ -1,6 +1,7 @@
 #pragma once
-// Test packages for update-package: a clean base folder made with the real tools (gpasm, tar), variants
-// of it, Intel HEX records written by hand where no tool makes the fault, and runs of the tool's binary.
+// Test packages for update-package: a clean base folder made with the real tools (gpasm, the cross
+// compiler, mkimage, depmod and tar; tests/packagetool/make-base-payloads.sh), variants of it, Intel HEX
+// records written by hand where no tool makes the fault, and runs of the tool's binary.
 
 #include "../support/TestFiles.h"
 
@@ -85,29 +86,34 @@ inline Lint lint(const QString& path, const QString& profile = testProfile)
     return l;
 }
 
-// The base folder: every payload made by a real tool where one exists.
+// The base folder: every payload made by a real tool, as the instrument will take it.
 class BasePackage
 {
 public:
     QTemporaryDir dir;
     QString base;
+    QString payloads; // make-base-payloads.sh's output: mainApp, uImage, modules.tar, rootfs.ubi, modroot/
+
+    // A payload made for the instrument, to put into a variant.
+    QByteArray payload(const QString& name) const { return readAll(payloads + '/' + name); }
 
     bool make()
     {
         base = dir.path() + "/base";
-        QByteArray kernel;
-        for (int i = 0; i < 4096; ++i)
-            kernel.append(char((i * 7 + 3) & 0xFF));
-        writeFile(base + "/mainApp", "\177ELF stand-in for the application\n", 0755);
+        payloads = dir.path() + "/payloads";
+        const Run made = run("bash", {repo + "/tests/packagetool/make-base-payloads.sh", payloads});
+        if (made.exitCode != 0) {
+            qWarning("%s", qPrintable(made.err));
+            return false;
+        }
+        writeFile(base + "/mainApp", payload("mainApp"), 0755);
         writeFile(base + "/etc/x.conf", "mode=field\n");
-        writeFile(base + "/uImage", kernel);
+        writeFile(base + "/uImage", payload("uImage"));
+        writeFile(base + "/modules.tar", payload("modules.tar"));
         writeFile(base + "/post.sh", "#!/bin/sh\nexit 0\n", 0755);
         writeFile(base + "/update_config", baseConfig.toUtf8());
-        const QString module = "lib/modules/4.19.0-instrument/extra/keypad.ko";
-        writeFile(dir.path() + "/modroot/" + module, "module\n");
-        if (run("tar", {"-cf", base + "/modules.tar", module}, dir.path() + "/modroot").exitCode != 0 ||
-            run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path())
-                    .exitCode != 0)
+        if (run("gpasm", {"-p18f4620", "-o", base + "/board.hex", repo + "/sample/pic/board.asm"}, dir.path())
+                .exitCode != 0)
             return false;
         for (const QString& listing : QDir(base).entryList({"board.cod", "board.lst"}))
             QFile::remove(base + '/' + listing);

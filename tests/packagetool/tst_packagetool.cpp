@@ -53,7 +53,11 @@ class PackageToolTest : public QObject
     }
 
 private slots:
-    void initTestCase() { QVERIFY2(m_base.make(), "the base package could not be made (gpasm, tar)"); }
+    void initTestCase()
+    {
+        QVERIFY2(m_base.make(),
+                 "the base package could not be made (gpasm, the cross compiler, mkimage, tar)");
+    }
 
     // The base folder, its package (modes and the top folder kept), the base with DOS line ends (text mode
     // drops the carriage return; a final line feed gives no extra line) and the samples.
@@ -77,6 +81,7 @@ private slots:
         const QString samples = m_base.dir.path() + "/samples";
         QCOMPARE(run("bash", {repo + "/scripts/make-packages.sh", samples}).exitCode, 0);
         QCOMPARE(lint(samples + "/good/OrsinaM_firmware_update_5.2.tar.bz2").problems(), QString());
+        QCOMPARE(lint(samples + "/nand/OrsinaM_firmware_update_5.2n.tar.bz2").problems(), QString());
         // The failing sample fails exactly where it is meant to.
         const Lint failing = lint(samples + "/failing/OrsinaM_firmware_update_5.2f.tar.bz2");
         QCOMPARE(failing.exitCode, 1);
@@ -91,7 +96,8 @@ private slots:
         QTest::addColumn<Rule>("r");
         const QString base = baseConfig;
         const QString sd = "SYSTEM:SDCARD\n" + base, nand = "SYSTEM:NAND\n" + base;
-        const Files image{{"rootfs.ubifs", {"UBI#"}}};
+        const QByteArray ubi = m_base.payload("rootfs.ubi"), program = m_base.payload("mainApp");
+        const Files image{{"rootfs.ubifs", {ubi}}};
 
         // The command list's syntax.
         add("empty line", "line-empty", 7, base + "\n");
@@ -113,11 +119,11 @@ private slots:
         add("target folder missing", "cp-target-missing", 7, base + "FILE:/opt/instrument/x\n",
             {{"opt/instrument/x", {"x"}}}, base + "FILE:/opt/x\n", {{"opt/x", {"x"}}});
         add("updater target missing", "rm-target-missing", 7, base + "UPDATER:/usr/bin/updater2\n",
-            {{"usr/bin/updater2", {"new", 0755}}}, base + "UPDATER:/usr/bin/updater\n",
-            {{"usr/bin/updater", {"new", 0755}}});
+            {{"usr/bin/updater2", {program, 0755}}}, base + "UPDATER:/usr/bin/updater\n",
+            {{"usr/bin/updater", {program, 0755}}});
         add("FILE over the running updater", "cp-target-running", 7, base + "FILE:/usr/bin/updater\n",
-            {{"usr/bin/updater", {"new", 0755}}}, base + "UPDATER:/usr/bin/updater\n",
-            {{"usr/bin/updater", {"new", 0755}}});
+            {{"usr/bin/updater", {program, 0755}}}, base + "UPDATER:/usr/bin/updater\n",
+            {{"usr/bin/updater", {program, 0755}}});
         // The system type and what it does to later lines.
         add("SYSTEM:NAND", "system-nand", 1, nand, {}, sd);
         add("unknown system type", "system-unknown", 1, "SYSTEM:EMMC\n" + base);
@@ -126,9 +132,9 @@ private slots:
         add("image on an SD card system", "image-wrong-type", 8, sd + "IMAGE:/rootfs.ubifs\n", image,
             base + "IMAGE:/rootfs.ubifs\n", image);
         add("image in a subfolder", "image-subfolder", 7, base + "IMAGE:/img/rootfs.ubifs\n",
-            {{"img/rootfs.ubifs", {"UBI#"}}}, base + "IMAGE:/rootfs.ubifs\n", image);
+            {{"img/rootfs.ubifs", {ubi}}}, base + "IMAGE:/rootfs.ubifs\n", image);
         // Order: the root file system is read-only until a line remounts it.
-        const Files updater{{"usr/bin/updater", {"new updater", 0755}}};
+        const Files updater{{"usr/bin/updater", {program, 0755}}};
         add("updater before any remount", "root-read-only", 1, "UPDATER:/usr/bin/updater\n" + base, updater,
             base + "UPDATER:/usr/bin/updater\n", updater);
         add("modules before any remount", "root-read-only", 1, "MODULES:/modules.tar\n" + base);
@@ -136,7 +142,7 @@ private slots:
         add("modules not a tar", "tar-not-archive", 4, base, {{"modules.tar", {"not an archive\n"}}});
         // A modules archive with the folder member lib/ replaces the link /lib: nothing starts after it.
         const QString withFolders = m_base.dir.path() + "/modules-with-folders.tar";
-        QCOMPARE(run("tar", {"-cf", withFolders, "lib"}, m_base.dir.path() + "/modroot").exitCode, 0);
+        QCOMPARE(run("tar", {"-cf", withFolders, "lib"}, m_base.payloads + "/modroot").exitCode, 0);
         const Files libFolder{{"modules.tar", {readAll(withFolders)}}};
         add("modules archive replacing /lib", "tar-replaces-link", 4, base, libFolder);
         add("nothing starts after /lib is replaced", "instrument-broken", 5, base, libFolder);
@@ -147,6 +153,11 @@ private slots:
         add("script with DOS line ends", "script-crlf", 5, base,
             {{"post.sh", {"#!/bin/sh\r\nexit 0\r\n", 0755}}});
         add("script exits non-zero", "script-fails", 5, base, {{"post.sh", {"#!/bin/sh\nexit 3\n", 0755}}});
+        // Payloads judged as the instrument will use them (tests/payload has a row for each such rule).
+        add("application built for the host", "elf-machine", 1, base,
+            {{"mainApp", {m_base.payload("mainApp-x86-64"), 0755}}});
+        add("kernel without its U-Boot header", "uimage-format", 3, base,
+            {{"uImage", {m_base.payload("zImage")}}});
         // The PIC line.
         add("PIC file missing", "pic-file-missing", 6, withLine(6, "PIC:/other.hex"));
         add("PIC file is a folder", "pic-folder-hangs", 6, withLine(6, "PIC:/hexes"), {{"hexes/", {}}});
@@ -232,6 +243,44 @@ private slots:
                 folder + ": 2 errors, 0 warnings in 7 commands\n");
     }
 
+    // A payload fault the updater's own commands run into too is one finding, not one from each.
+    void payloadFindingsAreNotRepeated_data()
+    {
+        QTest::addColumn<QString>("rule");
+        QTest::addColumn<QByteArray>("script");
+        QTest::addColumn<int>("mode");
+        QTest::newRow("script-crlf") << "script-crlf" << QByteArray("#!/bin/sh\r\nexit 0\r\n") << 0755;
+        QTest::newRow("script-no-interpreter") << "script-no-interpreter" << QByteArray("exit 0\n") << 0755;
+        QTest::newRow("exec-not-executable")
+            << "exec-not-executable" << QByteArray("#!/bin/sh\nexit 0\n") << 0644;
+        QTest::newRow("script-interpreter-missing")
+            << "script-interpreter-missing" << QByteArray("#!/bin/bash\nexit 0\n") << 0755;
+    }
+
+    void payloadFindingsAreNotRepeated()
+    {
+        QFETCH(QString, rule);
+        QFETCH(QByteArray, script);
+        QFETCH(int, mode);
+        const Lint found = lint(m_base.variant("once-" + rule, baseConfig, {{"post.sh", {script, mode}}}));
+        QVERIFY2(found.has(rule, 5), qPrintable(found.text));
+        QCOMPARE(found.count(rule), 1);
+    }
+
+    // The application built by the host's compiler: lint names what it is and what the instrument runs.
+    void hostBuiltApplication()
+    {
+        const QString folder =
+            m_base.variant("host", baseConfig, {{"mainApp", {m_base.payload("mainApp-x86-64"), 0755}}});
+        const Run r = run(tool, {"lint", folder, "--profile", testProfile});
+        QCOMPARE(r.exitCode, 1);
+        QCOMPARE(r.out,
+                 folder +
+                     ":1: error: elf-machine: [APP:/mainApp] /mainApp is an ELF 64-bit x86-64 program; the "
+                     "instrument runs ELF 32-bit ARM hard-float programs: it cannot start there\n" +
+                     folder + ": 1 error, 0 warnings in 6 commands\n");
+    }
+
     // A HEX file full of data the programmer passes over: every record is a finding in JSON, of one
     // severity, and the human output names a few and counts the rest.
     void repeatedFindingsAreAllInJsonAndCountedInText()
@@ -268,7 +317,7 @@ private slots:
         const QString source = QString::fromUtf8(readAll(QFINDTESTDATA("tst_packagetool.cpp")));
         const QRegularExpression quoted(
             "\"((?:hex|arg|cp|rm|tar|exec|script|pic|line|keyword|package|payload|"
-            "command|system|remount|root|kernel|image|esa)-[a-z0-9-]+)\"");
+            "command|system|remount|root|kernel|image|esa|elf|uimage|ubi|modules|program)-[a-z0-9-]+)\"");
         for (auto it = quoted.globalMatch(source); it.hasNext();) {
             const QString id = it.next().captured(1);
             QVERIFY2(ids.contains(id), qPrintable(id + " is not listed by update-package rules"));
@@ -313,6 +362,26 @@ private slots:
             written.value("sha256").toString(),
             QString(
                 QCryptographicHash::hash(readAll(folder + "/mainApp"), QCryptographicHash::Sha256).toHex()));
+        // What each payload is, as the instrument will take it, and a line's payload findings.
+        QCOMPARE(app.value("payloadKind").toString(),
+                 QString("ELF 32-bit ARM hard-float program, loader /lib/ld-linux-armhf.so.3"));
+        QVERIFY2(commands[3]
+                     .toObject()
+                     .value("payloadKind")
+                     .toString()
+                     .startsWith("U-Boot image 'Linux-4.19.0-instrument': arm linux kernel, 4096 bytes of "
+                                 "data, CRCs good"),
+                 qPrintable(commands[3].toObject().value("payloadKind").toString()));
+        QCOMPARE(commands[4].toObject().value("payloadKind").toString(),
+                 QString("tar archive: 11 members, modules: 1 for 4.19.0-instrument"));
+        QCOMPARE(app.value("findings").toArray().size(), 0);
+        const QString host = m_base.variant("inspect-host", baseConfig,
+                                            {{"mainApp", {m_base.payload("mainApp-x86-64"), 0755}}});
+        const Run text = run(tool, {"inspect", host, "--profile", testProfile});
+        QVERIFY2(text.out.contains(
+                     "\n  payload:    ELF 64-bit x86-64 program, loader /lib64/ld-linux-x86-64.so.2\n"
+                     "  findings:   error: elf-machine: /mainApp is an ELF 64-bit x86-64 program"),
+                 qPrintable(text.out));
         const QJsonObject pic = commands[6].toObject().value("pic").toObject();
         QVERIFY(pic.value("programmed").toString().startsWith("0x0000-0x0003"));
         QVERIFY(pic.value("config").toArray().contains(QJsonValue("0x300001 = 0x02")));
@@ -441,7 +510,7 @@ private slots:
         const QString pkg = "tar -cjf $in firmware_update; ";
         const QString tree =
             "mkdir -p firmware_update && printf 'APP:/a\\n' > firmware_update/update_config && "
-            "printf 'a' > firmware_update/a; ";
+            "printf '#!/bin/sh\\n' > firmware_update/a; "; // an application the instrument can start
         QTest::newRow("no such file") << "true" << 2 << "no such file";
         QTest::newRow("not an archive") << "echo 'just text' > $in" << 2 << "not a readable tar archive";
         QTest::newRow("truncated archive")

@@ -21,7 +21,8 @@ private slots:
             QSKIP(qPrintable("the sandbox is not available on this machine, previews cannot run: " +
                              sandbox.err));
         QVERIFY2(sandbox.exitCode == 0, qPrintable(sandbox.err));
-        QVERIFY2(m_base.make(), "the base package could not be made (gpasm, tar)");
+        QVERIFY2(m_base.make(),
+                 "the base package could not be made (gpasm, the cross compiler, mkimage, tar)");
     }
 
     void previewAgreesWithLint_data()
@@ -36,7 +37,7 @@ private slots:
         QTest::newRow("examples")
             << m_base.pack(m_base.variant("examples", examples,
                                           {{"opt/instrument/x", {"x"}},
-                                           {"usr/bin/nosuch", {"new", 0755}},
+                                           {"usr/bin/nosuch", {m_base.payload("mainApp"), 0755}},
                                            {"long.hex", {filled("0", "0x100", "0x12", "-obs=120")}}}),
                            "ExamplesM_firmware_update_1.tar.bz2")
             << "Some of the updates failed"
@@ -59,8 +60,8 @@ private slots:
             "SCRIPT:/post.sh\nPIC:/long.hex\n";
         const Files files{{"noexec.sh", {"#!/bin/sh\nexit 0\n", 0644}},
                           {"noshebang.sh", {"exit 0\n", 0755}},
-                          {"img/rootfs.ubifs", {"UBI#"}},
-                          {"rootfs.ubifs", {"UBI#"}},
+                          {"img/rootfs.ubifs", {m_base.payload("rootfs.ubi")}},
+                          {"rootfs.ubifs", {m_base.payload("rootfs.ubi")}},
                           {"e.bin", {"EEPROM"}},
                           {"long.hex", {filled("0", "0x100", "0x12", "-obs=120")}}};
         QTest::newRow("failing lines")

@@ -88,8 +88,12 @@ private slots:
         row("program-format: text as APP", "script/no-header", Role::Application, "program-format",
             "neither an ELF program nor a script");
         row("program-format: ELF program", "elf/arm-dynamic", Role::Application, "program-format", "");
-        row("program-mode: SCRIPT 644", "script/sh", Role::Script, "program-mode",
+        row("exec-not-executable: SCRIPT 644", "script/sh", Role::Script, "exec-not-executable",
             "not executable (mode 0644)", 0644);
+        row("exec-not-executable: SCRIPT 755", "script/sh", Role::Script, "exec-not-executable", "");
+        row("script-no-interpreter: SCRIPT without #!", "script/no-header", Role::Script,
+            "script-no-interpreter", "neither an ELF program nor a script");
+        row("script-no-interpreter: SCRIPT with #!", "script/sh", Role::Script, "script-no-interpreter", "");
         row("program-mode: UPDATER 644 is copied anew", "elf/arm-dynamic", Role::Updater, "program-mode",
             "the copy at /arm-dynamic is new", 0644);
         row("program-mode: APP 644 over an existing /home/mainApp", "elf/arm-dynamic", Role::Application,
@@ -120,22 +124,23 @@ private slots:
         row("elf-interpreter-other: static", "elf/arm-static", Role::Application, "elf-interpreter-other",
             "");
         // Scripts
-        row("script-interpreter: bash missing", "script/bash", Role::Script, "script-interpreter",
-            "needs /bin/bash, which the instrument lacks");
-        row("script-interpreter: python3 through env", "script/env-python3", Role::Script,
-            "script-interpreter", "runs 'python3' through env");
-        row("script-interpreter: no path", "script/relative", Role::Script, "script-interpreter",
-            "names 'sh', not an absolute path");
-        row("script-interpreter: /bin/sh through two links", "script/sh", Role::Script, "script-interpreter",
-            "");
-        row("script-interpreter: /sbin/sh through a link with ..", "script/sbin-sh", Role::Script,
-            "script-interpreter", "");
-        row("script-interpreter: sh through env", "script/env-sh", Role::Script, "script-interpreter", "");
-        row("script-cr: DOS line ends", "script/crlf", Role::Script, "script-cr",
+        row("script-interpreter-missing: bash missing", "script/bash", Role::Script,
+            "script-interpreter-missing", "needs /bin/bash, which the instrument lacks");
+        row("script-interpreter-missing: python3 through env", "script/env-python3", Role::Script,
+            "script-interpreter-missing", "runs 'python3' through env");
+        row("script-interpreter-missing: no path", "script/relative", Role::Script,
+            "script-interpreter-missing", "names 'sh', not an absolute path");
+        row("script-interpreter-missing: /bin/sh through two links", "script/sh", Role::Script,
+            "script-interpreter-missing", "");
+        row("script-interpreter-missing: /sbin/sh through a link with ..", "script/sbin-sh", Role::Script,
+            "script-interpreter-missing", "");
+        row("script-interpreter-missing: sh through env", "script/env-sh", Role::Script,
+            "script-interpreter-missing", "");
+        row("script-crlf: DOS line ends", "script/crlf", Role::Script, "script-crlf",
             "ends in a carriage return (DOS line ends)");
-        row("script-cr: executable FILE with DOS line ends", "script/crlf", Role::RootFile, "script-cr",
+        row("script-crlf: executable FILE with DOS line ends", "script/crlf", Role::RootFile, "script-crlf",
             "carriage return");
-        row("script-cr: Unix line ends", "script/sh", Role::Script, "script-cr", "");
+        row("script-crlf: Unix line ends", "script/sh", Role::Script, "script-crlf", "");
         // Kernels
         row("uimage-format: raw kernel", "kernel/raw", Role::Kernel, "uimage-format",
             "/raw is raw data, not a U-Boot image");
@@ -161,10 +166,10 @@ private slots:
         row("uimage-trailing: bytes after the data", "kernel/trailing.uImage", Role::Kernel,
             "uimage-trailing", "has 9 bytes after the 1048576 bytes");
         row("uimage-trailing: exact", "kernel/good.uImage", Role::Kernel, "uimage-trailing", "");
-        row("kernel-size: 3 MiB into mtd0", "kernel/big.uImage", Role::Kernel, "kernel-size",
+        row("image-too-large: kernel 3 MiB into mtd0", "kernel/big.uImage", Role::Kernel, "image-too-large",
             "/dev/mtd0 holds 2 MiB");
-        row("kernel-size: 3 MiB onto the SD card", "kernel/big.uImage", Role::Kernel, "kernel-size", "", 0644,
-            "/dev/mmcblk0");
+        row("image-too-large: kernel 3 MiB onto the SD card", "kernel/big.uImage", Role::Kernel,
+            "image-too-large", "", 0644, "/dev/mmcblk0");
         // UBI images
         row("ubi-format: UBIFS without ubinize", "ubi/rootfs.ubifs", Role::RootImage, "ubi-format",
             "a UBIFS image (mkfs.ubifs's output, not yet made into a UBI image by ubinize)");
@@ -181,20 +186,24 @@ private slots:
         row("ubi-page: 4096", "ubi/page-4096.ubi", Role::RootImage, "ubi-page",
             "made for 4096-byte pages (volume header at byte 4096, data at 8192");
         row("ubi-page: 2048 with 512-byte sub-pages", "ubi/subpage.ubi", Role::RootImage, "ubi-page", "");
-        row("ubi-size: larger than mtd1", "ubi/big.ubi", Role::RootImage, "ubi-size",
+        row("image-too-large: UBI image larger than mtd1", "ubi/big.ubi", Role::RootImage, "image-too-large",
             "/dev/mtd1 holds 8 MiB");
         row("ubi-size: volume of 10 MiB", "ubi/reserved.ubi", Role::RootImage, "ubi-size",
             "volumes need 83 erase blocks and UBI 4 more; /dev/mtd1 has 64");
         row("ubi-size: fits", "ubi/good.ubi", Role::RootImage, "ubi-size", "");
+        row("image-too-large: UBI image fits", "ubi/good.ubi", Role::RootImage, "image-too-large", "");
         row("ubi-volume: named data", "ubi/data-volume.ubi", Role::RootImage, "ubi-volume",
             "no volume named rootfs (volumes: data)");
         row("ubi-volume: rootfs", "ubi/good.ubi", Role::RootImage, "ubi-volume", "");
         // Modules
-        row("modules-archive: cut short", "modules/truncated.tar", Role::Modules, "modules-archive",
+        row("tar-corrupt: cut short", "modules/truncated.tar", Role::Modules, "tar-corrupt",
             "cannot be read to its end");
-        row("modules-archive: 4 GiB member cut short", "modules/huge-cut.tar", Role::Modules,
-            "modules-archive", "cannot be read to its end");
-        row("modules-archive: whole", "modules/good.tar", Role::Modules, "modules-archive", "");
+        row("tar-corrupt: 4 GiB member cut short", "modules/huge-cut.tar", Role::Modules, "tar-corrupt",
+            "cannot be read to its end");
+        row("tar-corrupt: whole", "modules/good.tar", Role::Modules, "tar-corrupt", "");
+        row("tar-not-archive: a kernel image as modules", "kernel/good.uImage", Role::Modules,
+            "tar-not-archive", "good.uImage cannot be read to its end");
+        row("tar-not-archive: tar's", "modules/good.tar", Role::Modules, "tar-not-archive", "");
         row("modules-release: only another release", "modules/only-other-release.tar", Role::Modules,
             "modules-release", "holds no file under lib/modules/4.19.0-instrument/");
         row("modules-release: ours", "modules/other-release.tar", Role::Modules, "modules-release", "");
@@ -217,20 +226,17 @@ private slots:
         row("modules-dep: no modules.dep", "modules/no-dep.tar", Role::Modules, "modules-dep",
             "has no lib/modules/4.19.0-instrument/modules.dep");
         row("modules-dep: depmod's", "modules/good.tar", Role::Modules, "modules-dep", "");
-        row("modules-replaces-link: folder lib/", "modules/folders.tar", Role::Modules,
-            "modules-replaces-link",
+        row("tar-replaces-link: folder lib/", "modules/folders.tar", Role::Modules, "tar-replaces-link",
             "the folder lib/ replaces the link /lib -> usr/lib on the instrument with a folder: the 7 "
             "entries under "
             "/lib are gone from there, /lib/ld-linux-armhf.so.3 among them");
-        row("modules-replaces-link: files only", "modules/outside.tar", Role::Modules,
-            "modules-replaces-link", "");
+        row("tar-replaces-link: files only", "modules/outside.tar", Role::Modules, "tar-replaces-link", "");
         row("modules-outside: etc/modules-load.d", "modules/outside.tar", Role::Modules, "modules-outside",
             "also writes /etc/modules-load.d/instrument.conf");
         row("modules-outside: lib/modules only", "modules/good.tar", Role::Modules, "modules-outside", "");
-        row("modules-changes-folder: etc/ 0700", "modules/folder-mode.tar", Role::Modules,
-            "modules-changes-folder", "gives the instrument's /etc the mode 0700");
-        row("modules-changes-folder: no folders", "modules/outside.tar", Role::Modules,
-            "modules-changes-folder", "");
+        row("tar-changes-folder: etc/ 0700", "modules/folder-mode.tar", Role::Modules, "tar-changes-folder",
+            "gives the instrument's /etc the mode 0700");
+        row("tar-changes-folder: no folders", "modules/outside.tar", Role::Modules, "tar-changes-folder", "");
     }
 
     void rule()
@@ -327,7 +333,7 @@ private slots:
         QStringList rules;
         for (const payload::Finding& f : payload::check(pkg, entry, Role::RootImage, m_profile))
             rules << f.ruleId;
-        QCOMPARE(rules, (QStringList{"ubi-size", "payload-unread"}));
+        QCOMPARE(rules, (QStringList{"image-too-large", "payload-unread"}));
     }
 
     // A script's interpreter may come with the package itself.

@@ -3,6 +3,7 @@
 #include "IntelHex.h"
 #include "Rules.h"
 #include "ViewText.h"
+#include "payload/Check.h"
 
 #include <QBuffer>
 #include <QCryptographicHash>
@@ -116,6 +117,7 @@ private:
     bool rootFile(const QString& argument);
     void modules(Line& line);
     void picStep(Line& line);
+    void payloadChecks(Line& line);
     void packageChecks();
     void unusedPayloads();
     void recordWrites(QVector<Write>& writes);
@@ -583,6 +585,29 @@ void Job::commandLine(Line& line)
         finding(QStringLiteral("arg-trailing-blank"),
                 QStringLiteral(
                     "the argument ends in a blank: the view shows it, the target command line drops it"));
+    payloadChecks(line);
+}
+
+// The package's file the line names, judged as the instrument will use it (payload/Check.h). A rule the
+// line's commands already broke is not reported twice.
+void Job::payloadChecks(Line& line)
+{
+    const auto role = payload::roleOf(line.keyword);
+    const QString unpacked = grammar::unpacked + '/';
+    if (!role || !line.payload.startsWith(unpacked))
+        return;
+    const package::Entry* entry = m_pkg.find(package::topFolder + '/' + line.payload.mid(unpacked.size()));
+    if (!entry)
+        return;
+    line.payloadKind = payload::describe(*entry, *role);
+    const QString device = payload::deviceFor(*role, m_systemType == SystemType::SdCard);
+    for (const payload::Finding& f : payload::check(m_pkg, *entry, *role, m_context.profile, device)) {
+        const bool reported =
+            std::any_of(m_result.findings.begin(), m_result.findings.end(),
+                        [&](const Finding& o) { return o.line == line.number && o.rule == f.ruleId; });
+        if (!reported)
+            finding(f.ruleId, f.message);
+    }
 }
 
 void Job::packageChecks()

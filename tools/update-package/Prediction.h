@@ -77,6 +77,7 @@ struct Line
     bool failed = false, hangs = false, uncertain = false;
     bool scriptEffects = false;     // runs a script whose own commands change what the tool does not predict
     QString payload;                // the file of the unpacked package it reads
+    QString payloadKind;            // what that file is, as the payload checks read it (payload::describe)
     QVector<Write> writes;          // root paths as this line left them
     QStringList partitions;         // partitions it wrote
     QVector<pic::Range> picWritten; // program memory records written

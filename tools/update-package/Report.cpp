@@ -159,6 +159,13 @@ QString inspectText(const package::Package& pkg, const Prediction& p)
     for (const predict::Line& line : p.lines) {
         out += QStringLiteral("line %1: %2\n").arg(line.number).arg(line.text);
         list("does:", events(line.number));
+        list("payload:", line.payloadKind.isEmpty() ? QStringList() : QStringList{line.payloadKind});
+        QStringList findings;
+        for (const predict::Finding& f : p.findings) {
+            if (f.line == line.number)
+                findings << QStringLiteral("%1: %2: %3").arg(severity(f.rule), f.rule, f.message);
+        }
+        list("findings:", findings);
         QStringList writes;
         for (const predict::Write& w : line.writes)
             writes << describe(w.path, w.node);
@@ -218,6 +225,15 @@ QByteArray inspectJson(const package::Package& pkg, const Prediction& p)
                                                    : QStringLiteral("done")}};
         if (!line.payload.isEmpty())
             o.insert("payload", line.payload);
+        if (!line.payloadKind.isEmpty())
+            o.insert("payloadKind", line.payloadKind);
+        QJsonArray findings;
+        for (const predict::Finding& f : p.findings) {
+            if (f.line == line.number)
+                findings.append(
+                    QJsonObject{{"rule", f.rule}, {"severity", severity(f.rule)}, {"message", f.message}});
+        }
+        o.insert("findings", findings);
         if (line.command && line.command->action == grammar::Action::Pic)
             o.insert("pic", QJsonObject{{"programmed", pic::rangeText(line.picWritten)},
                                         {"config", QJsonArray::fromStringList(line.picConfig)}});

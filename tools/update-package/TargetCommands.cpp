@@ -1,6 +1,8 @@
 #include "TargetCommands.h"
 
 #include "Package.h"
+#include "payload/ElfImage.h"
+#include "payload/ScriptHeader.h"
 
 #include <QProcess>
 #include <QRegularExpression>
@@ -763,16 +765,9 @@ Outcome execute(const QString& path, const QStringList& args, Context& c)
         return out;
     }
     const QByteArray& data = l.node->data;
-    if (data.startsWith("#!")) {
-        QByteArray line = data.mid(2, 126);
-        line = line.left(line.indexOf('\n') < 0 ? line.size() : line.indexOf('\n'));
-        int from = 0;
-        while (from < line.size() && (line[from] == ' ' || line[from] == '\t'))
-            ++from;
-        int to = from;
-        while (to < line.size() && line[to] != ' ' && line[to] != '\t')
-            ++to;
-        const QString interpreter = QString::fromUtf8(line.mid(from, to - from));
+    // The kernel reads the first 128 bytes of a script for its #! line.
+    if (const auto header = payload::readScriptHeader(data.left(128))) {
+        const QString& interpreter = header->interpreter;
         const Lookup i =
             interpreter.isEmpty() ? Lookup{Err::NoEnt, {}, {}, false} : c.tree.resolve(interpreter, true);
         if (i.err != Err::None || !i.node || i.node->kind != Kind::File || !(i.node->mode & 0111))
@@ -797,16 +792,13 @@ Outcome execute(const QString& path, const QStringList& args, Context& c)
         out.traced = false;
         return out;
     }
-    if (data.startsWith("\x7f"
-                        "ELF")) {
-        const int elfClass = data.size() > 4 ? (data[4] == 1 ? 32 : 64) : 0;
-        const quint16 machine = data.size() > 19 ? quint16(quint8(data[18]) | quint8(data[19]) << 8) : 0;
-        static const QMap<QString, quint16> machines{
-            {"arm", 40}, {"aarch64", 183}, {"x86-64", 62}, {"i386", 3}};
-        if (elfClass != c.profile.elfClass || machines.value(c.profile.machine) != machine)
-            return notStarted(
-                QStringLiteral("exec-wrong-platform"),
-                QStringLiteral("%1: Exec format error (not a %2 program)").arg(path, c.profile.machine));
+    if (payload::looksLikeElf(data)) {
+        QString error;
+        const auto image = payload::readElf(data, error);
+        if (image && (image->elfClass != c.profile.elfClass || image->machineName != c.profile.machine))
+            return notStarted(QStringLiteral("elf-machine"),
+                              QStringLiteral("%1: Exec format error (an %2, not a %3 program)")
+                                  .arg(path, image->describe(), payload::machineTitle(c.profile.machine)));
         Outcome out = unknown(QStringLiteral("%1 is a program of the package").arg(path));
         out.traced = false;
         return out;

@@ -12,6 +12,15 @@
 namespace payload {
 namespace {
 
+// A finding of a rule of lint's table, with the rule's severity.
+Finding finding(const char* ruleId, const QString& message)
+{
+    const rules::Rule* rule = rules::find(QLatin1String(ruleId));
+    if (!rule)
+        qFatal("payload rule %s is not in the rule table", ruleId);
+    return {QString::fromLatin1(rule->id), rule->severity, message};
+}
+
 const QString rootVolume = QStringLiteral("rootfs"); // the updater remounts ubi0:rootfs
 const QStringList searchPath = {"/usr/local/sbin", "/usr/local/bin", "/usr/sbin",
                                 "/usr/bin",        "/sbin",          "/bin"};
@@ -186,21 +195,23 @@ void Checker::checkElf(const ElfImage& image, const QString& name, ElfUse use)
 void Checker::script(const ScriptHeader& header, const QString& name)
 {
     if (header.carriageReturn) {
-        add("script-cr", QStringLiteral("the #! line of %1 ends in a carriage return (DOS line ends): the "
-                                        "kernel looks for '%2\\r' and the script cannot start; save it with "
-                                        "Unix line ends")
-                             .arg(name, header.interpreter.trimmed()));
+        add("script-crlf",
+            QStringLiteral("the #! line of %1 ends in a carriage return (DOS line ends): the "
+                           "kernel looks for '%2\\r' and the script cannot start; save it with "
+                           "Unix line ends")
+                .arg(name, header.interpreter.trimmed()));
         return;
     }
     if (!header.interpreter.startsWith('/')) {
-        add("script-interpreter",
+        add("script-interpreter-missing",
             QStringLiteral("the #! line of %1 names '%2', not an absolute path: the kernel cannot start it")
                 .arg(name, header.interpreter));
         return;
     }
     if (!runnableOnInstrument(m_profile, m_pkg, header.interpreter)) {
-        add("script-interpreter", QStringLiteral("%1 needs %2, which the instrument lacks: it cannot start")
-                                      .arg(name, header.interpreter));
+        add("script-interpreter-missing",
+            QStringLiteral("%1 needs %2, which the instrument lacks: it cannot start")
+                .arg(name, header.interpreter));
         return;
     }
     // "#!/usr/bin/env NAME": env looks NAME up in its search path.
@@ -210,7 +221,7 @@ void Checker::script(const ScriptHeader& header, const QString& name)
         for (const QString& folder : searchPath)
             if (runnableOnInstrument(m_profile, m_pkg, folder + '/' + command))
                 return;
-        add("script-interpreter",
+        add("script-interpreter-missing",
             QStringLiteral("%1 runs '%2' through env, and the instrument has no %2 in %3: it cannot start")
                 .arg(name, command, searchPath.join(':')));
     }
@@ -226,14 +237,14 @@ void Checker::program(const package::Entry& entry, Role role)
     else if (header)
         script(*header, name);
     else if (role != Role::RootFile)
-        add("program-format",
+        add(role == Role::Script ? "script-no-interpreter" : "program-format",
             QStringLiteral("%1 is neither an ELF program nor a script beginning with #!: it cannot start")
                 .arg(name));
 
     if (entry.mode & 0111)
         return;
     if (role == Role::Script)
-        add("program-mode",
+        add("exec-not-executable",
             QStringLiteral("%1 is not executable (mode %2): the updater starts it directly and "
                            "it fails; set its mode to 755")
                 .arg(name)
@@ -270,7 +281,7 @@ void Checker::kernel(const package::Entry& entry, const QString& device)
 {
     const QString name = shown(entry);
     fitsPartition(
-        entry.size, device, name, "kernel-size",
+        entry.size, device, name, "image-too-large",
         QStringLiteral("the write fails after the old kernel was erased and the instrument does not "
                        "boot"));
     if (!entry.kept())
@@ -333,8 +344,8 @@ void Checker::rootImage(const package::Entry& entry, const QString& device)
     const QString name = shown(entry);
     const QString erased = QStringLiteral("flash_eraseall has already erased the root file system, so the "
                                           "instrument does not boot");
-    const bool fits =
-        fitsPartition(entry.size, device, name, "ubi-size", QStringLiteral("ubiformat fails, and ") + erased);
+    const bool fits = fitsPartition(entry.size, device, name, "image-too-large",
+                                    QStringLiteral("ubiformat fails, and ") + erased);
     if (!entry.kept())
         return;
     const auto image = readUbi(entry.data);
@@ -418,7 +429,7 @@ void Checker::replacedLink(const ArchiveMember& member, const QString& archive, 
     for (const profile::Entry& e : m_profile.entries)
         hidden += e.path.startsWith(target + '/') ? 1 : 0;
     const bool loader = m_profile.loader.startsWith(path + '/');
-    add("modules-replaces-link",
+    add("tar-replaces-link",
         QStringLiteral(
             "%1: the %2 %3 replaces the link %4 -> %5 on the instrument with a folder: the %6 entries "
             "under %4 are gone from there%7; list files only (find lib -type f | tar -cf %8 "
@@ -462,11 +473,14 @@ void Checker::modules(const package::Entry& entry)
 {
     const QString name = shown(entry);
     const ModulesArchive archive = readModulesArchive(entry.data);
-    if (!archive.error.isEmpty())
-        add("modules-archive",
+    if (!archive.error.isEmpty()) {
+        add(archive.members.isEmpty() ? "tar-not-archive" : "tar-corrupt",
             QStringLiteral("%1 cannot be read to its end: %2: tar fails after the old modules "
                            "were removed")
                 .arg(name, archive.error));
+        if (archive.members.isEmpty())
+            return;
+    }
     const QString release = m_profile.kernelRelease;
     const QString ours = QStringLiteral("lib/modules/%1/").arg(release);
     QStringList others, outside;
@@ -497,7 +511,7 @@ void Checker::modules(const package::Entry& entry)
         } else if (there && there->kind == profile::Kind::Directory &&
                    ((there->mode & 07777) != member.mode || there->uid != uint(member.uid) ||
                     there->gid != uint(member.gid))) {
-            add("modules-changes-folder",
+            add("tar-changes-folder",
                 QStringLiteral(
                     "%1/ gives the instrument's %2 the mode %3 and owner %4:%5 (it has %6 and %7:%8): "
                     "tar sets a folder's mode and owner from the archive")
@@ -564,7 +578,7 @@ QVector<Finding> check(const package::Package& pkg, const package::Entry& entry,
     if (!entry.kept()) {
         if (role == Role::Kernel || role == Role::RootImage)
             checker.fitsPartition(
-                entry.size, target, shown(entry), role == Role::Kernel ? "kernel-size" : "ubi-size",
+                entry.size, target, shown(entry), "image-too-large",
                 QStringLiteral("the write fails after the old one was erased and the instrument "
                                "does not boot"));
         checker.findings << finding(
@@ -607,7 +621,7 @@ QString atPowerOn(const Finding& finding, Role role)
     case Role::RootImage:
         return QStringLiteral("the instrument does not boot");
     case Role::Modules:
-        return finding.ruleId == QLatin1String("modules-replaces-link")
+        return finding.ruleId == QLatin1String("tar-replaces-link")
                    ? QStringLiteral("the instrument does not boot")
                    : QStringLiteral("the instrument boots without its kernel modules");
     case Role::Application:

@@ -3,13 +3,16 @@
 // One reader per format (ElfImage, ScriptHeader, UImage, UbiImage, ModulesArchive); this file says which
 // apply to which command and what each finding means on the instrument.
 //
-// How lint, inspect and the power-on check call it, once per command line whose payload is in the package:
+// The prediction (Prediction.cpp, Job::payloadChecks) calls it once per command line whose payload is in
+// the package, so lint, inspect and preview carry its findings as findings of that line:
 //     if (const auto role = payload::roleOf(line.keyword))
 //         for (const payload::Finding& f :
 //              payload::check(pkg, *entry, *role, profile, payload::deviceFor(*role, systemType == SDCARD)))
 //             ... a finding of the line, f.ruleId and f.severity as given
 // inspect shows payload::describe(*entry, *role) beside the payload, and the power-on check asks
-// payload::atPowerOn(finding, role) what each error does to the next start.
+// payload::atPowerOn(finding, role) what each error does to the next start. The rules are lint's one table
+// (Rules.h); where the updater's own commands meet the same fault (a script's #! line, a module archive
+// over a link) the finding has the same rule id and the line reports it once.
 
 #include "InstrumentProfile.h"
 #include "Package.h"
@@ -18,6 +21,16 @@
 #include <optional>
 
 namespace payload {
+
+using Severity = rules::Severity;
+
+// A finding of one payload: its rule is one of lint's (Rules.h), its severity the rule's.
+struct Finding
+{
+    QString ruleId;
+    Severity severity = Severity::Error;
+    QString message;
+};
 
 enum class Role
 {
