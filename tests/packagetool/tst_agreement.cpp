@@ -42,6 +42,9 @@ const QVector<Case>& cases()
         // rm -r /lib/modules/ goes through the /lib link: the whole tree below /usr/lib/modules is gone,
         // and the missing archive brings nothing back.
         {"modules without their archive", "APP:/mainApp\nMODULES:/missing.tar\n", {}},
+        // A blank after the colon splits the flash tool's arguments: after the erase, nandwrite refuses
+        // them, and the partition stays erased.
+        {"kernel argument with a blank", "KERNEL: /uImage\n", {{"uImage", QByteArray(4096, 'k')}}},
     };
     return all;
 }

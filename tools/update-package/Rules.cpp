@@ -104,6 +104,8 @@ const std::vector<Rule>& all()
         {"flash-not-erased", S::Error, "nandwrite writes over pages that are not erased: it fails."},
         {"flash-device-missing", S::Error, "The flash partition does not exist on this instrument."},
         {"sdimage-fails", S::Error, "sdimage is given a device that is not the SD card."},
+        {"flash-tool-usage", S::Error,
+         "A flash tool gets arguments it does not take (a blank in the argument splits it): it fails."},
         {"esa-disabled", S::Error, "Every ESA line fails: ESA loading is switched off in this updater."},
         {"instrument-broken", S::Error,
          "An earlier line made the instrument's loader or libraries unreachable: no program starts any "

@@ -572,10 +572,18 @@ void writeStart(Partition& p, const Inode& image, int line)
     std::copy(image.data.begin(), image.data.end(), p.content.begin());
 }
 
+// The flash tools take their arguments in one shape only (the updater's own command lines); anything
+// else, such as a path split at a blank, ends in their usage message.
+Outcome usage(const QString& tool, const QStringList& args)
+{
+    return failure(QStringLiteral("flash-tool-usage"),
+                   QStringLiteral("%1: unexpected arguments: %2").arg(tool, args.join(QLatin1Char(' '))));
+}
+
 Outcome sdimage(const QStringList& args, Context& c)
 {
     if (args.size() != 4 || args[0] != QLatin1String("-f") || args[2] != QLatin1String("-d"))
-        return unknown(QStringLiteral("sdimage %1: not modelled").arg(args.join(' ')));
+        return usage(QStringLiteral("sdimage"), args);
     if (args[3] != QLatin1String("/dev/mmcblk0"))
         return failure(QStringLiteral("sdimage-fails"),
                        QStringLiteral("sdimage: %1: no such SD card").arg(args[3]));
@@ -588,8 +596,8 @@ Outcome sdimage(const QStringList& args, Context& c)
 
 Outcome flashEraseall(const QStringList& args, Context& c)
 {
-    if (args.size() != 1)
-        return unknown(QStringLiteral("flash_eraseall %1: not modelled").arg(args.join(' ')));
+    if (args.size() != 1 || hasOption(args))
+        return usage(QStringLiteral("flash_eraseall"), args);
     const qint64 size = mtdSize(args[0], c);
     if (size <= 0)
         return failure(QStringLiteral("flash-device-missing"),
@@ -603,7 +611,7 @@ Outcome nandwrite(const QStringList& args, Context& c)
     QStringList rest = args;
     const bool pad = rest.removeAll(QStringLiteral("-p")) > 0;
     if (rest.size() != 2 || hasOption(rest))
-        return unknown(QStringLiteral("nandwrite %1: not modelled").arg(args.join(' ')));
+        return usage(QStringLiteral("nandwrite"), args);
     const qint64 size = mtdSize(rest[0], c);
     if (size <= 0)
         return failure(QStringLiteral("flash-device-missing"),
@@ -635,7 +643,7 @@ Outcome nandwrite(const QStringList& args, Context& c)
 Outcome ubiformat(const QStringList& args, Context& c)
 {
     if (args.size() != 3 || args[1] != QLatin1String("-f"))
-        return unknown(QStringLiteral("ubiformat %1: not modelled").arg(args.join(' ')));
+        return usage(QStringLiteral("ubiformat"), args);
     const qint64 size = mtdSize(args[0], c);
     if (size <= 0)
         return failure(QStringLiteral("flash-device-missing"),
