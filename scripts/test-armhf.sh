@@ -157,7 +157,7 @@ instrument_profile_lines() {
             function key(line, f) {
                 split(line, f, " ")
                 if (f[1] == "entry") return "entry " f[7]
-                return f[1] == "partition" ? f[1] " " f[2] : f[1]
+                return f[1] == "partition" || f[1] == "mount" ? f[1] " " f[2] : f[1]
             }
             BEGIN { while ((getline line < additions) > 0) if (line !~ /^(#|$)/) { added[key(line)] = line; order[n++] = key(line) }
                     while ((getline line < links) > 0) { split(line, f, " "); absolute[f[1]] = f[2] } }

@@ -14,6 +14,9 @@ nand-erase-block 131072
 partition /dev/mtd0 2097152
 partition /dev/mtd1 8388608
 partition /dev/mmcblk0 33554432
+mount / ro
+mount /tmp rw
+mount /home rw
 entry d 0755 0 0 0 /
 entry l 0777 0 0 0 /bin usr/bin
 entry d 0755 0 0 0 /boot

@@ -45,6 +45,10 @@ const QVector<Case>& cases()
         // A blank after the colon splits the flash tool's arguments: after the erase, nandwrite refuses
         // them, and the partition stays erased.
         {"kernel argument with a blank", "KERNEL: /uImage\n", {{"uImage", QByteArray(4096, 'k')}}},
+        // /home is a file system of its own, writable from the start: with the root's remount failed
+        // the application is still copied.
+        {"application after a failed remount", "SYSTEM:EMMC\nAPP:/mainApp\n",
+         {{"mainApp", "#!/bin/sh\n", 0755}}},
     };
     return all;
 }
