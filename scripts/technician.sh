@@ -56,7 +56,8 @@ for part in updater/updater sim/instrument/sim-instrument sim/probe/plugins/gene
 done
 
 # The updater runs from where the instrument has it (the sandbox installs the build's there), so that
-# replacing or removing its own file meets what it meets on the instrument.
+# replacing or removing its own file meets what it meets on the instrument, and in /, as the instrument
+# starts it.
 profile=${SIM_PROFILE:-$repo/sim/profile/instrument.profile}
 installed=$(sed -n 's/^updater \(\/.*\)$/\1/p' "$profile" 2>/dev/null) ||
     usage "cannot read the instrument profile '$profile'"
@@ -99,7 +100,7 @@ fi
 mkfifo "$control/jobs"
 exec {jobs_fd}<>"$control/jobs"
 "$repo/sim/sandbox" --build "$build" --instrument "${instrument_args[@]}" "${cpu[@]}" --batch "$control/jobs" \
-    "${platform[@]}" --env "QT_PLUGIN_PATH=$build/sim/probe/plugins" --env QT_QPA_GENERIC_PLUGINS=probe \
+    "${platform[@]}" --env "QT_PLUGIN_PATH=$build/sim/probe/plugins" --env QT_QPA_GENERIC_PLUGINS=probe --chdir / \
     -- "$installed" >"$control/sandbox.out" 2>&1 \
     {jobs_fd}>&- &
 batch_pid=$!

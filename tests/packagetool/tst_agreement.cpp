@@ -47,6 +47,9 @@ const QVector<Case>& cases()
         {"kernel argument with a blank", "KERNEL: /uImage\n", {{"uImage", QByteArray(4096, 'k')}}},
         // /home is a file system of its own, writable from the start: with the root's remount failed
         // the application is still copied.
+        // The instrument starts the updater in /: a path without its leading slash still names the file.
+        {"updater by a relative path", "FILE:/etc/a.conf\nUPDATER:usr/bin/updater\n",
+         {{"etc/a.conf", "a\n"}}},
         {"application after a failed remount", "SYSTEM:EMMC\nAPP:/mainApp\n",
          {{"mainApp", "#!/bin/sh\n", 0755}}},
     };
