@@ -18,22 +18,21 @@ stub_cut="" stub_cut_rule="" stub_share_num=1 stub_share_den=1
 
 # Called once the call is traced: cuts at once for "before K", marks the call for "after" and "during".
 stub_cut_plan() {
-    local file=$SIM_STATE/cut rule="" k
+    local file=$SIM_STATE/cut rule="" k num=1 den=1
     [ "$stub_run_kind" = run ] && [ -f "$file" ] || return 0
     IFS= read -r rule <"$file" || [ -n "$rule" ] || return 0
     if [[ $rule =~ ^(before|after)\ ([1-9][0-9]*)$ ]]; then
         k=${BASH_REMATCH[2]}
     elif [[ $rule =~ ^during\ ([1-9][0-9]*)\ ([0-9]+)/([1-9][0-9]*)$ ]]; then
-        k=${BASH_REMATCH[1]} stub_share_num=${BASH_REMATCH[2]} stub_share_den=${BASH_REMATCH[3]}
-        [ "$stub_share_num" -le "$stub_share_den" ] ||
-            stub_usage_error "$file: the share $stub_share_num/$stub_share_den is more than the whole"
+        k=${BASH_REMATCH[1]} num=${BASH_REMATCH[2]} den=${BASH_REMATCH[3]}
+        [ "$num" -le "$den" ] || stub_usage_error "$file: the share $num/$den is more than the whole"
     elif [[ $rule =~ ^line-change\ [0-9]+$ ]]; then
         return 0
     else
         stub_usage_error "$file: expected 'before K', 'after K', 'during K N/D' or 'line-change N', got '$rule'"
     fi
     [ "$(grep -c '^run ' "$SIM_STATE/trace.log")" = "$k" ] || return 0
-    stub_cut_rule=$rule stub_cut=${rule%% *}
+    stub_cut_rule=$rule stub_cut=${rule%% *} stub_share_num=$num stub_share_den=$den
     case "$stub_cut:$stub_name" in
     before:*) stub_power_cut ;;
     during:flash_eraseall | during:nandwrite | during:ubiformat | during:sdimage | during:cp | during:tar | during:rm) ;;
