@@ -50,7 +50,7 @@ Class whatALostFileMeans(const QString& path, const QString& updater, QString& w
     }
     if (path == "/home/mainApp")
         what = QStringLiteral("the application does not start");
-    else if (path.startsWith("/lib/modules/") || path.startsWith("/usr/lib/modules/"))
+    else if (path.startsWith("/lib/modules") || path.startsWith("/usr/lib/modules"))
         what = QStringLiteral("a kernel module");
     else
         what = QStringLiteral("a root file");
@@ -69,7 +69,7 @@ QString fileDamage(const state::Node& now, const state::Node* whole)
         if ((whole->mode & 0111) && !(now.mode & 0111))
             return QStringLiteral("not executable");
     }
-    return QStringLiteral("not as the update leaves it");
+    return {};
 }
 
 // A kernel partition: whole when it begins with a U-Boot image whose CRCs hold.
@@ -175,8 +175,9 @@ QVector<Part> judgeParts(const state::Snapshot& cut, const Reference& reference,
         } else if (now && whole && sameNode(*now, *whole)) {
             part.state = Part::New;
         } else if (now && (whole || now->removed)) { // (a file only a cut run has is harmless)
-            part.state = Part::Lost;
+            // Whole, only its content differs (a script wrote the time): as good as the whole run's.
             part.why = fileDamage(*now, whole);
+            part.state = part.why.isEmpty() ? Part::New : Part::Lost;
         }
         if (part.state == Part::Lost)
             part.why += " (" + meaning + ")";

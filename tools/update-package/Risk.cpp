@@ -17,10 +17,14 @@
 #include <QMap>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <QThread>
 
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <mutex>
+#include <numeric>
+#include <thread>
 
 namespace {
 
@@ -187,7 +191,7 @@ public:
         clock.start();
         say("the whole run and the instrument before it (the PIC steps take minutes)");
         QVector<std::optional<state::Snapshot>> found(2);
-        if (!batch({QString(), "before 1"}, {"reference", "before"},
+        if (!batch({QString(), "before 1"}, {"reference", "before"}, {2, 1},
                    [&](int i, const state::Snapshot& s) { found[i] = s; }))
             return 2;
         if (!found[0] || !found[1])
@@ -200,15 +204,17 @@ public:
             return 2;
         planPoints();
         QStringList rules, names;
+        QVector<double> costs;
         for (int i = 0; i < m_points.size(); ++i) {
             if (m_points[i].rule == endRule)
                 continue;
             rules << m_points[i].rule;
+            costs << m_points[i].at;
             names << QStringLiteral("point-%1").arg(i, 3, 10, QChar('0'));
         }
         say(QStringLiteral("%1 cut points").arg(rules.size()));
         int done = 0;
-        if (!batch(rules, names, [&](int i, const state::Snapshot& s) {
+        if (!batch(rules, names, costs, [&](int i, const state::Snapshot& s) {
                 Point& point = m_points[pointOf(rules[i])];
                 judge(point, s);
                 say(QStringLiteral("%1/%2 %3: %4")
@@ -234,7 +240,8 @@ public:
 private:
     static inline const QString endRule = QStringLiteral("end");
 
-    bool batch(const QStringList& rules, const QStringList& names,
+    // Runs the package once per rule ("": no cut); `costs` are the jobs' expected seconds.
+    bool batch(const QStringList& rules, const QStringList& names, const QVector<double>& costs,
                const std::function<void(int, const state::Snapshot&)>& take)
     {
         QVector<instrument::Job> jobs;
@@ -250,24 +257,53 @@ private:
             }
             jobs << job;
         }
-        QString error;
-        bool unavailable = false;
-        QString readError;
-        const bool ran = instrument::runBatch(
-            jobs,
-            [&](int index, const std::optional<state::Snapshot>& snapshot, const QString& e) {
-                if (snapshot)
-                    take(index, *snapshot);
-                else
-                    readError = e;
-            },
-            error, {QString(), false}, &unavailable);
-        if (!ran) {
-            fail(unavailable ? "the virtual instrument is unavailable on this machine: " + error : error);
-            return false;
+        // Two instruments side by side on a machine with two cores or more (nearly twice the jobs a
+        // minute): the longest jobs first, each to the lane with less work so far.
+        const int laneCount = QThread::idealThreadCount() >= 2 && jobs.size() > 1 ? 2 : 1;
+        QVector<int> order(jobs.size());
+        std::iota(order.begin(), order.end(), 0);
+        std::stable_sort(order.begin(), order.end(),
+                         [&](int a, int b) { return costs.value(a) > costs.value(b); });
+        QVector<QVector<int>> lanes(laneCount);
+        QVector<double> load(laneCount, 0);
+        for (int i : order) {
+            const int lane = int(std::min_element(load.begin(), load.end()) - load.begin());
+            lanes[lane] << i;
+            load[lane] += costs.value(i);
         }
-        if (!readError.isEmpty()) {
-            fail("cannot read a run's state: " + readError);
+        std::mutex lock;
+        QStringList errors;
+        bool unavailable = false;
+        const auto runLane = [&](const QVector<int>& lane) {
+            QVector<instrument::Job> laneJobs;
+            for (int i : lane)
+                laneJobs << jobs[i];
+            QString error;
+            bool laneUnavailable = false;
+            const bool ran = instrument::runBatch(
+                laneJobs,
+                [&](int index, const std::optional<state::Snapshot>& snapshot, const QString& e) {
+                    const std::lock_guard<std::mutex> guard(lock);
+                    if (snapshot)
+                        take(lane[index], *snapshot);
+                    else
+                        errors << "cannot read a run's state: " + e;
+                },
+                error, {QString(), false}, &laneUnavailable);
+            const std::lock_guard<std::mutex> guard(lock);
+            if (!ran)
+                errors << error;
+            unavailable = unavailable || laneUnavailable;
+        };
+        std::thread second;
+        if (laneCount > 1)
+            second = std::thread(runLane, lanes[1]);
+        runLane(lanes[0]);
+        if (second.joinable())
+            second.join();
+        if (!errors.isEmpty()) {
+            fail(unavailable ? "the virtual instrument is unavailable on this machine: " + errors.first()
+                             : errors.join('\n'));
             return false;
         }
         return true;
@@ -377,16 +413,30 @@ private:
             const double to = after >= 0 ? m_commands[after].start : from;
             addPoint(before >= 0 ? "after " + QString::number(before + 1) : "before 1", from, line);
             const bool pic = m_lines[line].progress.startsWith("Updating PIC");
+            if (pic && m_lineChanges > 0 && from > 0 && before >= 0 && line > 0 && !hasCommands(line - 1))
+                addPoint("line-change 0", from, line);
             if (pic && m_lineChanges > 0)
                 for (int i = 1; i <= n; ++i)
                     addPoint(QStringLiteral("line-change %1").arg(m_lineChanges * i / (n + 1)),
                              from + (to - from) * i / (n + 1), line);
+            // The end: the next command's start, or the next line's first line change when that line is a
+            // PIC step (a script before it is taken as taking no time).
+            const bool nextIsPic = line + 1 < lines && m_lines[line + 1].progress.startsWith("Updating PIC");
             const bool atEnd = after < 0 || m_commands[after].line >= lines;
-            addPoint(atEnd ? endRule : "before " + QString::number(after + 1), to, line);
+            if (!pic && nextIsPic && m_lineChanges > 0)
+                addPoint("line-change 0", from, line);
+            else
+                addPoint(atEnd ? endRule : "before " + QString::number(after + 1), to, line);
         }
         for (Line& line : m_lines)
             std::sort(line.points.begin(), line.points.end(),
                       [&](int a, int b) { return m_points[a].at < m_points[b].at; });
+    }
+
+    bool hasCommands(int line) const
+    {
+        return std::any_of(m_commands.begin(), m_commands.end(),
+                           [&](const Command& c) { return c.line == line; });
     }
 
     void judge(Point& point, const state::Snapshot& snapshot)
