@@ -8,6 +8,9 @@
 #include "PowerOn.h"
 #include "VirtualInstrument.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -224,14 +227,16 @@ private slots:
         const state::Node* app = find(m_cut["APP: half of the copy"], "/home/mainApp");
         QVERIFY(app);
         QCOMPARE(app->size, qint64(14804 / 2 / 1024 * 1024));
-        // rm -r went half way through /lib/modules: some entries removed, others still there.
+        // rm -r went half way through /lib/modules (/usr/lib/modules through the link): some entries
+        // removed, the folder itself still there; after it, the folder is gone.
         const state::Snapshot& rm = m_cut["MODULES: half of the removal"];
-        const state::Snapshot& rmAll = m_cut["MODULES: after the removal"];
-        const auto removedCount = [](const state::Snapshot& s) {
-            return std::count_if(s.root.begin(), s.root.end(),
-                                 [](const state::Node& n) { return n.removed; });
-        };
-        QVERIFY2(removedCount(rm) > 0 && removedCount(rm) < removedCount(rmAll), qPrintable(state::text(rm)));
+        const int removedEntries =
+            int(std::count_if(rm.root.begin(), rm.root.end(), [](const state::Node& n) {
+                return n.removed && n.path.startsWith("/usr/lib/modules/");
+            }));
+        QVERIFY2(removedEntries > 0 && !find(rm, "/usr/lib/modules"), qPrintable(state::text(rm)));
+        const state::Node* folder = find(m_cut["MODULES: after the removal"], "/usr/lib/modules");
+        QVERIFY(folder && folder->removed);
         // The PIC keeps what was erased and programmed up to the cut: neither the old program nor the new.
         const QByteArray pic = m_cut["PIC: a quarter of its line changes"].picFlash;
         QVERIFY(pic != m_picBefore && pic != m_reference.after.picFlash);
@@ -245,6 +250,52 @@ private slots:
             return list;
         };
         QCOMPARE(files(again), files(m_cut["KERNEL: half of the write"]));
+    }
+
+    // The subcommand on a kernel-only package (no PIC step, so it is quick): the JSON names the class and
+    // window of the line, --fail-on turns the class into exit 1, and nothing is left in its TMPDIR.
+    void riskCommand()
+    {
+        if (m_package.isEmpty())
+            QSKIP("the sample package was not made");
+        const QString folder = m_work.path() + "/kernel-only";
+        QVERIFY(run("tar", {"-xjf", m_package, "-C", (QDir().mkpath(folder), folder)}).exitCode == 0);
+        writeFile(folder + "/firmware_update/update_config", "KERNEL:/uImage\n");
+        const QString package = m_work.path() + "/KernelM_firmware_update_1.tar.bz2";
+        QVERIFY(run("tar", {"-cjf", package, "-C", folder, "firmware_update"}).exitCode == 0);
+        const QString tmp = m_work.path() + "/risk-tmp";
+        QVERIFY(QDir().mkpath(tmp));
+
+        QProcess risk;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("TMPDIR", tmp);
+        risk.setProcessEnvironment(environment);
+        risk.start(PROJECT_BINARY_DIR "/tools/update-package/update-package",
+                   {"risk", package, "--json", "--points", "1", "--fail-on", "unbootable"});
+        QVERIFY(risk.waitForFinished(1200000));
+        const QByteArray err = risk.readAllStandardError();
+        if (risk.exitCode() == 2 && err.contains("unavailable") && qEnvironmentVariable("CI") != "true")
+            QSKIP("SKIPPED - the virtual instrument is unavailable on this machine");
+        QCOMPARE(risk.exitCode(), 1); // the kernel's erase makes it unbootable, which --fail-on names
+        const QJsonObject report = QJsonDocument::fromJson(risk.readAllStandardOutput()).object();
+        QCOMPARE(report["package"].toString(), QFileInfo(package).fileName());
+        const QJsonArray lines = report["lines"].toArray();
+        QCOMPARE(lines.size(), 1);
+        const QJsonObject line = lines[0].toObject();
+        QCOMPARE(line["command"].toString(), QString("KERNEL:/uImage"));
+        QCOMPARE(line["worst"].toString(), QString("unbootable"));
+        QCOMPARE(line["worst_as_cut"].toString(), QString("unbootable"));
+        QVERIFY2(line["window_s"].toDouble() > 0 && line["board_window_s"].toDouble() > 0, qPrintable(err));
+        // Before the erase, half of it, after it, half of the write, after the write: each once, in order.
+        QStringList at, classes;
+        for (const auto& point : line["points"].toArray()) {
+            at << point.toObject()["at"].toString().section(' ', 0, 0);
+            classes << point.toObject()["as_cut"].toString();
+        }
+        QCOMPARE(at, (QStringList{"before", "during", "after", "during", "after"}));
+        QCOMPARE(classes, (QStringList{"unchanged", "unbootable", "unbootable", "unbootable", "updated"}));
+        QCOMPARE(report["worst_window"].toObject()["class"].toString(), QString("unbootable"));
+        QCOMPARE(QDir(tmp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
     }
 };
 

@@ -97,7 +97,7 @@ QString rootVolumeDamage(const QByteArray& bytes, const QByteArray& whole)
     const auto ubi = payload::readUbi(bytes);
     if (!ubi)
         return QStringLiteral("no UBI image");
-    const qint64 block = ubi->pebSize > 0 ? ubi->pebSize : 128 * 1024;
+    const qint64 block = ubi->pebSize > 0 ? ubi->pebSize : qint64(128) * 1024;
     qint64 same = 0;
     while (same * block < whole.size() &&
            bytes.mid(int(same * block), int(block)) == whole.mid(int(same * block), int(block)))

@@ -53,7 +53,7 @@ void say(const QString& text)
 // 4 MB/s). Everything else (file copies into the page cache, the PIC step's mandated waits and timers) is
 // taken as measured.
 constexpr double eraseBlockS = 0.002, pageS = 0.00025 + 0.00005, sdBytesPerS = 4e6;
-constexpr qint64 eraseBlock = 128 * 1024, page = 2048;
+constexpr qint64 page = 2048, pagesPerBlock = 64;
 const char* const boardSource = "board: NAND block erase 2 ms, page program 0.3 ms (typical SLC NAND data "
                                 "sheet), SD card 4 MB/s (speed class 4); the rest as measured";
 
@@ -120,9 +120,9 @@ double boardDuration(const Command& c, const package::Package& pkg)
     if (tool == "flash_eraseall")
         return (words.value(1) == "/dev/mtd1" ? 64 : 16) * eraseBlockS; // 8 MiB and 2 MiB partitions
     if (tool == "nandwrite")
-        return double((payloadSize(words.value(2)) + page - 1) / page) * pageS;
+        return double(payloadSize(words.value(2))) / double(page) * pageS;
     if (tool == "ubiformat")
-        return 64 * (eraseBlockS + double(eraseBlock / page) * pageS);
+        return 64 * (eraseBlockS + double(pagesPerBlock) * pageS);
     if (tool == "sdimage")
         return double(payloadSize(words.value(2))) / sdBytesPerS;
     return c.end - c.start;
@@ -233,7 +233,7 @@ public:
                     beforeSync.trace.resize(sync);
                 judge(p, beforeSync);
             }
-        m_seconds = clock.elapsed() / 1000.0;
+        m_seconds = double(clock.elapsed()) / 1000.0;
         return report();
     }
 
@@ -386,9 +386,10 @@ private:
             const QString number = QString::number(k + 1);
             const bool firstOfLine = k == 0 || m_commands[k - 1].line != c.line;
             // Before the first command of a line right after the last of the previous line: the same state.
+            // Inside a line the state after one command is the state before the next: one point for both.
             if (firstOfLine && k > 0 && m_commands[k - 1].line == c.line - 1 && c.line > 0)
                 addPoint("after " + QString::number(k), m_commands[k - 1].end, c.line);
-            else
+            else if (firstOfLine)
                 addPoint("before " + number, c.start, c.line);
             if (isWriter(c.argv))
                 for (int i = 1; i <= n; ++i)
@@ -487,6 +488,22 @@ private:
         return w;
     }
 
+    // The table's reason for a line: its first point that is in the worst class as cut, else the first
+    // the write-back puts there; nothing for a line that loses nothing.
+    QString reasonOf(const Line& line, const Window& w) const
+    {
+        if (w.worst < poweron::Class::Repairable)
+            return {};
+        for (const bool asCut : {true, false})
+            for (int i : line.points) {
+                const Point& p = m_points[i];
+                const std::optional<poweron::Verdict>& v = asCut ? p.asCut : p.worst;
+                if (v && v->cls == w.worst)
+                    return p.rule + ": " + v->why;
+            }
+        return {};
+    }
+
     int report()
     {
         QJsonArray jsonLines;
@@ -524,22 +541,18 @@ private:
                        .arg(QString::number(w.seconds, 'f', 2) + " s", 9)
                        .arg(QString::number(w.board, 'f', 2) + " s", 9);
             QJsonArray points;
-            bool named = false; // the table names the line's first point of its worst class
             for (int i : line.points) {
                 const Point& p = m_points[i];
-                if (!p.worst)
-                    continue;
-                points.append(QJsonObject{{"at", p.rule},
-                                          {"t_s", p.at},
-                                          {"class", poweron::name(p.worst->cls)},
-                                          {"why", p.worst->why},
-                                          {"as_cut", poweron::name(p.asCut->cls)},
-                                          {"as_cut_why", p.asCut->why}});
-                if (!named && p.worst->cls == w.worst && p.worst->cls >= poweron::Class::Repairable) {
-                    out << "      " << p.rule << ": " << p.worst->why << "\n";
-                    named = true;
-                }
+                if (p.worst)
+                    points.append(QJsonObject{{"at", p.rule},
+                                              {"t_s", p.at},
+                                              {"class", poweron::name(p.worst->cls)},
+                                              {"why", p.worst->why},
+                                              {"as_cut", poweron::name(p.asCut->cls)},
+                                              {"as_cut_why", p.asCut->why}});
             }
+            if (const QString why = reasonOf(line, w); !why.isEmpty())
+                out << "      " << why << "\n";
             jsonLines.append(QJsonObject{{"line", l + 1},
                                          {"command", line.text},
                                          {"worst", poweron::name(w.worst)},

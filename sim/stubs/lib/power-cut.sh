@@ -1,4 +1,5 @@
 # shellcheck shell=bash
+# shellcheck disable=SC2154 # stub_name, stub_run_kind and stub_exit_kind are stub-common.sh's
 # The power cut of the simulated instrument (sourced by stub-common.sh). $SIM_STATE/cut, when present,
 # holds one rule that says where the power fails:
 #     before K          when the updater's K-th command starts, before it does anything
