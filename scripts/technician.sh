@@ -182,7 +182,7 @@ for i in "${!jobs[@]}"; do
     out=${outs[$i]}
     # What an earlier job left here; inputs such as faults and system stay.
     rm -rf "${out:?}/rootfs" "$out/media" "$out/pic" "$out/keys"
-    rm -f "$out"/{calls.log,trace.log,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
+    rm -f "$out"/{calls.log,trace.log,clock.log,line-changes,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
         "$out"/{end,menu}{,-raw}.png
     mkdir -p "$out/media"
     if [ "${jobs[$i]}" = stick ]; then

@@ -94,6 +94,8 @@ public:
             rc = -ENODEV;
         else if (data.size() >= sysfsPage)
             rc = -EINVAL;
+        else if (!in.powerCut().lineChange())
+            rc = -EIO; // the power is off: nothing reaches the line
         else if (m_value)
             rc = in.gpio().writeValue(m_line, data, now);
         else

@@ -97,6 +97,7 @@ void Instrument::reset()
     for (const auto& hook : m_resetHooks)
         hook();
     clearLog();
+    m_powerCut.reset();
 }
 
 std::string Instrument::linesText()
@@ -178,6 +179,10 @@ void Instrument::addBuiltInFiles()
                             },
                             false,
                             "any write: fresh start (no exported line, empty log and bus record)"});
+    m_control.add("cut", {[this] { return m_powerCut.text(); },
+                          [this](std::string_view text) { return m_powerCut.write(text); }, false,
+                          "line changes since reset and the cut: write \"after N\" (the next change is "
+                          "not made: the power is off) or \"off\""});
     m_control.add("help", {[this] { return m_control.listing(); }, {}, false, "this list"});
 }
 

@@ -7,6 +7,7 @@
 #include "GpioLineBank.h"
 #include "I2cExpander.h"
 #include "OperationLog.h"
+#include "PowerCut.h"
 #include "SerialPeer.h"
 
 #include <cstdint>
@@ -28,6 +29,7 @@ public:
     GpioLineBank& gpio() { return m_gpio; }
     I2cExpander& expander() { return m_expander; }
     ControlRegistry& control() { return m_control; }
+    PowerCut& powerCut() { return m_powerCut; }
 
     // The operation log: one line per file operation on the simulated devices, oldest first.
     OperationLog& operations() { return m_log; }
@@ -45,7 +47,7 @@ public:
     // Extra work for control/reset (a device model going back to its power-on state).
     void onReset(std::function<void()> hook) { m_resetHooks.push_back(std::move(hook)); }
     // Back to a fresh start: no exported line, expander at power-on, empty log and bus record, nothing
-    // still on its way over the serial line.
+    // still on its way over the serial line, the power on and no cut armed.
     void reset();
 
     static std::uint64_t nowNs(); // monotonic clock
@@ -65,6 +67,7 @@ private:
     I2cExpander m_expander{expanderAddress};
     ControlRegistry m_control;
     OperationLog m_log;
+    PowerCut m_powerCut;
     std::unique_ptr<SerialPeer> m_serialPeer;
     std::vector<std::shared_ptr<void>> m_kept;
     std::vector<std::function<void()>> m_resetHooks;

@@ -206,7 +206,13 @@ struct InstrumentServer::Impl
     void write(fuse_req_t req, std::string_view data, off_t off, fuse_file_info* fi)
     {
         OpenFile* file = fileOf(fi);
+        const bool wasOn = !in.powerCut().isOff();
         const int rc = file ? file->write(data, static_cast<std::uint64_t>(off)) : -EBADF;
+        // The write that met the power cut: its writer stops there, as the instrument's processor does.
+        if (wasOn && in.powerCut().isOff()) {
+            in.log("power cut after " + std::to_string(in.powerCut().changes()) + " line changes");
+            kill(fuse_req_ctx(req)->pid, SIGKILL);
+        }
         if (rc < 0)
             fuse_reply_err(req, -rc);
         else

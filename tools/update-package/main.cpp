@@ -4,6 +4,7 @@
 #include "Prediction.h"
 #include "Preview.h"
 #include "Report.h"
+#include "Risk.h"
 #include "VirtualInstrument.h"
 
 #include <QCoreApplication>
@@ -209,6 +210,8 @@ int showState(const Arguments& a)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    if (app.arguments().value(1) == "risk")
+        return riskCommand(app.arguments().mid(2));
     const Arguments a = parse(app.arguments());
     if (!a.ok)
         return say(stderr, usage, 2);

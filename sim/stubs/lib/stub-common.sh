@@ -22,6 +22,8 @@
 # without it every command is "run".
 
 stub_name=$(basename "$0")
+# shellcheck source=power-cut.sh
+. "${BASH_SOURCE[0]%/*}/power-cut.sh"
 
 stub_usage_error() {
     echo "$stub_name (simulated): $*" >&2
@@ -68,7 +70,9 @@ stub_trace_call() { # <the call's line>
         stub_run_kind=inner stub_exit_kind=inner-exit
     fi
     stub_trace "$stub_run_kind" "$1"
-    trap 'stub_trace "$stub_exit_kind" $?' EXIT
+    stub_clock start
+    trap 'stub_end_call $?' EXIT
+    stub_cut_plan
 }
 
 stub_check_state() {
@@ -85,7 +89,11 @@ stub_run_real() {
     stub_trace_call "$line"
     real=$(stub_find_real "$stub_name") || stub_fail 127 "not found"
     set +e
-    "$real" "$@"
+    if stub_cut_during; then
+        stub_run_real_share "$real" "$@"
+    else
+        "$real" "$@"
+    fi
     status=$?
     set -e
     exit $status
@@ -145,6 +153,8 @@ stub_mtd_size() {
     esac
 }
 
+stub_erase_block=$((128 * 1024)) # the NAND's erase block
+
 # Erased NAND reads as 0xFF.
 stub_erased_bytes() {
     head -c "$1" /dev/zero | tr '\0' '\377'
@@ -158,9 +168,20 @@ stub_is_erased() {
     [ "$(head -c "$length" "$file" | tr -d '\377' | wc -c)" -eq 0 ]
 }
 
-# Writes a file at offset 0 of a simulated device, keeping the rest of it.
-stub_write_image() {
-    dd if="$1" of="$2" conv=notrunc status=none
+# Writes a file at offset 0 of a simulated device, keeping the rest of it; with a length, only that many
+# bytes of it (nothing at all for 0).
+stub_write_image() { # <file> <device> [length]
+    if [ $# -lt 3 ]; then
+        dd if="$1" of="$2" conv=notrunc status=none
+    elif [ "$3" -gt 0 ]; then
+        head -c "$3" "$1" | dd of="$2" conv=notrunc status=none
+    fi
+}
+
+# Erases the first N bytes of a simulated device, keeping the rest of it.
+stub_erase_start() { # <device> <length>
+    [ "$2" -gt 0 ] || return 0
+    stub_erased_bytes "$2" | dd of="$1" conv=notrunc status=none
 }
 
 # Formatting leaves the medium's file system empty (created when it did not exist yet).
