@@ -158,6 +158,16 @@ std::optional<Package> readArchive(const QString& path, QString& error)
     return pkg;
 }
 
+// Version-control folders and editors' backup, swap and desktop files: never part of a package.
+bool isLeftOut(const QString& fileName)
+{
+    static const QStringList names{".git",   ".gitignore", ".gitattributes", ".gitmodules", ".svn",
+                                   ".hg",    ".hgignore",  ".bzr",           "CVS",         ".cvsignore",
+                                   "_darcs", ".DS_Store",  "Thumbs.db",      ".directory"};
+    static const QRegularExpression patterns(QStringLiteral(R"(^(.*~|\..*\.sw[a-p]|\._.*|#.*#|\.#.*)$)"));
+    return names.contains(fileName) || patterns.match(fileName).hasMatch();
+}
+
 std::optional<Package> readFolder(const QString& path, QString& error)
 {
     Package pkg;
@@ -179,6 +189,14 @@ std::optional<Package> readFolder(const QString& path, QString& error)
         names << it.next();
     names.sort();
     for (const QString& file : names) {
+        const QString relative = root.relativeFilePath(file);
+        const QStringList parts = relative.split('/');
+        const auto first = std::find_if(parts.begin(), parts.end(), isLeftOut);
+        if (first != parts.end()) {
+            if (first == parts.end() - 1) // what lies inside a left-out folder is not named
+                pkg.leftOut << relative;
+            continue;
+        }
         struct stat st
         {
         };
@@ -187,7 +205,7 @@ std::optional<Package> readFolder(const QString& path, QString& error)
             return std::nullopt;
         }
         Entry entry;
-        entry.name = topFolder + '/' + root.relativeFilePath(file);
+        entry.name = topFolder + '/' + relative;
         entry.type = typeOf(st.st_mode, false);
         entry.rawName = entry.name + (entry.type == EntryType::Directory ? QStringLiteral("/") : QString());
         entry.uname = entry.gname = QStringLiteral("root"); // what build writes

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <optional>
 #include <vector>
 
@@ -45,6 +46,9 @@ struct Package
     bool folder = false;
     QString compression; // "bzip2", "gzip", ... as libarchive names the filter; "none"
     std::vector<Entry> entries;
+    // A folder's version-control and editor files (.git, *~, .*.swp, ...), relative to the folder: not
+    // among the entries, as build leaves them out.
+    QStringList leftOut;
 
     // The entry of a path inside the archive, e.g. "firmware_update/board.hex".
     const Entry* find(const QString& name) const;
