@@ -139,7 +139,8 @@ ArchiveReader tarReader()
 std::optional<Package> readArchive(const QString& path, QString& error)
 {
     ArchiveReader a = tarReader();
-    if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) != ARCHIVE_OK) {
+    if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), size_t(64) * 1024) !=
+        ARCHIVE_OK) {
         error = QStringLiteral("%1: not a readable tar archive: %2")
                     .arg(path, QString::fromUtf8(archive_error_string(a.get())));
         return std::nullopt;
@@ -360,9 +361,9 @@ bool nameMatches(const QString& fileName)
 
 QString sizeText(qint64 bytes)
 {
-    if (bytes >= 1024 * 1024 * 1024)
+    if (bytes >= qint64(1024) * 1024 * 1024)
         return QStringLiteral("%1 GiB").arg(double(bytes) / (1024.0 * 1024 * 1024), 0, 'f', 1);
-    if (bytes >= 1024 * 1024)
+    if (bytes >= qint64(1024) * 1024)
         return QStringLiteral("%1 MiB").arg(double(bytes) / (1024.0 * 1024), 0, 'f', 1);
     if (bytes >= 1024)
         return QStringLiteral("%1 KiB").arg(double(bytes) / 1024.0, 0, 'f', 1);

@@ -13,7 +13,7 @@ namespace package {
 inline const QString topFolder = QStringLiteral("firmware_update");
 inline const QString commandListPath = QStringLiteral("firmware_update/update_config");
 // Payloads larger than this are hashed but not kept in memory (no command list or HEX file is that big).
-inline constexpr qint64 keepLimit = 64 * 1024 * 1024;
+inline constexpr qint64 keepLimit = qint64(64) * 1024 * 1024;
 
 enum class EntryType
 {
