@@ -85,7 +85,9 @@ export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
 say() { printf '== %s (at %d s)\n' "\$*" "\$((SECONDS + $SECONDS))"; }
 say "apt-get install ./${deb##*/}"
 apt-get update -q >/dev/null
-apt-get install -y -q --no-install-recommends "/proof/${deb##*/}" | grep -E '^(Setting up|Need to get)' || true
+apt-get install -y -q --no-install-recommends "/proof/${deb##*/}" >/proof/apt.log 2>&1 ||
+    { cat /proof/apt.log; exit 1; }
+echo "\$(grep -c '^Setting up' /proof/apt.log) packages set up; \$(grep -h '^Need to get' /proof/apt.log)"
 cd /proof
 update-package --version
 say "update-package lint"
@@ -94,12 +96,17 @@ say "update-package inspect"
 update-package inspect "${package##*/}" >inspect.txt
 grep -q . inspect.txt
 say "update-package preview"
-if ! update-package preview "${package##*/}" --out-dir preview || ! grep -q 'Update complete' preview/view.txt; then
+# The proof is that preview runs installed: the job reaches its end and the comparison is made. Exit
+# status 1 (the instrument differs from the prediction) is the prediction's business, not the package's.
+status=0
+update-package preview "${package##*/}" --out-dir preview || status=\$?
+if [ "\$status" -gt 1 ] || ! grep -q 'Update complete' preview/view.txt; then
     for log in preview/outcome preview/sandbox.log preview/updater.log preview/probe.txt; do
         [ ! -s "\$log" ] || { echo "--- \$log"; tail -n 40 "\$log"; }
     done
     exit 1
 fi
+[ "\$status" = 0 ] || echo "install-proof: NOTE - preview ran, and found the differences above"
 test -s /usr/share/man/man1/update-package.1.gz
 test -s /usr/share/bash-completion/completions/update-package
 EOF

@@ -13,7 +13,7 @@ const QString manPage = repo + "/tools/update-package/share/update-package.1";
 const QString completion = repo + "/tools/update-package/share/update-package.bash-completion";
 
 // Every option the tool has; a subcommand's row names the ones it takes, the others must be refused.
-const QStringList allOptions{"--json", "--profile", "--output", "--force", "--pc", "--out-dir"};
+const QStringList allOptions{"--json", "--profile", "--output", "--force", "--pc", "--out-dir", "--timeout"};
 
 // What bash's completion offers after the words typed so far (the last one being completed).
 QStringList completions(const QStringList& words)
@@ -95,6 +95,9 @@ private slots:
         QTest::newRow("preview's old --out")
             << QStringList{"preview", "p.tar.bz2", "--out", "d"} << "Unknown option 'out'"
             << "usage: update-package preview [--pc] [--out-dir DIR]";
+        QTest::newRow("preview with a time-out of no seconds")
+            << QStringList{"preview", "p.tar.bz2", "--timeout", "0"} << "--timeout takes whole seconds, got '0'"
+            << "usage: update-package preview";
         QTest::newRow("rules with an argument")
             << QStringList{"rules", "extra"} << "unexpected argument 'extra'"
             << "usage: update-package rules";
@@ -123,7 +126,7 @@ private slots:
         QTest::newRow("build") << "build" << QStringList{"--output", "--force", "--profile"};
         QTest::newRow("lint") << "lint" << QStringList{"--json", "--profile"};
         QTest::newRow("inspect") << "inspect" << QStringList{"--json", "--profile"};
-        QTest::newRow("preview") << "preview" << QStringList{"--pc", "--out-dir", "--profile"};
+        QTest::newRow("preview") << "preview" << QStringList{"--pc", "--out-dir", "--timeout", "--profile"};
         QTest::newRow("rules") << "rules" << QStringList{"--json"};
         QTest::newRow("state") << "state" << QStringList{};
     }

@@ -78,7 +78,9 @@ int run(const Options& options, const predict::Prediction& prediction)
     job.profile = options.profile;
     job.outDir = out;
     job.progress = ViewPrinter();
-    if (prediction.end == predict::End::Hang)
+    if (options.timeoutSeconds > 0)
+        job.timeoutSeconds = options.timeoutSeconds;
+    else if (prediction.end == predict::End::Hang)
         job.timeoutSeconds =
             120; // the prediction is that it never ends: wait long enough to see the PIC erased
     QString error;

@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTextStream>
 #include <cstdio>
 #include <functional>
@@ -54,6 +55,10 @@ QCommandLineOption pcOption()
 {
     return {"pc", "Run the PC job (F2) instead of the memory-stick job (F3)."};
 }
+QCommandLineOption timeoutOption()
+{
+    return {"timeout", "Stop a job that has not ended after SECONDS (default: 1200).", "SECONDS"};
+}
 QCommandLineOption outDirOption()
 {
     return {"out-dir", "Keep the instrument's state, screenshots and logs in DIR (default: NAME-preview).",
@@ -69,7 +74,7 @@ struct Subcommand
     QString arguments; // the positional arguments, as the usage line shows them
     int minArguments = 0, maxArguments = 0;
     QString summary;
-    std::function<QList<QCommandLineOption>()> options;
+    QList<QCommandLineOption> options;
     Run run;
     // A subcommand with a parser of its own gets the arguments after its name, the first being
     // "update-package NAME" (the program name QCommandLineParser::process expects).
@@ -78,7 +83,7 @@ struct Subcommand
     QString synopsis() const
     {
         QString line = "update-package " + name;
-        for (const QCommandLineOption& o : options()) {
+        for (const QCommandLineOption& o : options) {
             const QString& name = o.names().constFirst();
             line += QStringLiteral(" [%1%2%3]")
                         .arg(name.size() == 1 ? "-" : "--", name,
@@ -127,6 +132,34 @@ QString sha256(const QString& file)
     return in.open(QIODevice::ReadOnly) && hash.addData(&in) ? hash.result().toHex() : QString();
 }
 
+// A folder's links that point out of it are never packed (not even with --force): tar on the instrument
+// would write through them.
+bool packable(const package::Package& pkg, const QString& folder, const QString& subcommand)
+{
+    for (const package::Entry& entry : pkg.entries) {
+        if (entry.type == package::EntryType::Symlink &&
+            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
+                 .startsWith('/' + package::topFolder + '/')) {
+            say(stderr,
+                QStringLiteral("update-package %1: %2 points out of the folder (%3): not packed")
+                    .arg(subcommand, QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)),
+                         entry.link),
+                0);
+            return false;
+        }
+    }
+    return true;
+}
+
+void sayLeftOut(const package::Package& pkg, const QString& subcommand)
+{
+    if (!pkg.leftOut.isEmpty())
+        say(stderr,
+            QStringLiteral("update-package %1: left out (version-control and editor files): %2")
+                .arg(subcommand, pkg.leftOut.join(", ")),
+            0);
+}
+
 int build(const QCommandLineParser& p, const Subcommand& command)
 {
     const QString folder = p.positionalArguments().value(0);
@@ -157,22 +190,9 @@ int build(const QCommandLineParser& p, const Subcommand& command)
     const auto pkg = package::read(folder, error);
     if (!pkg)
         return say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
-    // Refused even with --force: tar on the instrument would write through such a link.
-    for (const package::Entry& entry : pkg->entries) {
-        if (entry.type == package::EntryType::Symlink &&
-            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
-                 .startsWith('/' + package::topFolder + '/'))
-            return say(
-                stderr,
-                QStringLiteral("update-package build: %1 points out of the folder (%2): not packed")
-                    .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
-                1);
-    }
-    if (!pkg->leftOut.isEmpty())
-        say(stderr,
-            QStringLiteral("update-package build: left out (version-control and editor files): %1")
-                .arg(pkg->leftOut.join(", ")),
-            0);
+    if (!packable(*pkg, folder, "build"))
+        return 1;
+    sayLeftOut(*pkg, "build");
     const auto profile = instrumentProfile(p);
     if (!profile)
         return 2;
@@ -218,20 +238,25 @@ int lintOrInspect(const QCommandLineParser& p, const Subcommand& command)
     return 0;
 }
 
-int runPreview(const QCommandLineParser& p, const Subcommand&)
+int runPreview(const QCommandLineParser& p, const Subcommand& command)
 {
     const QString path = p.positionalArguments().constFirst();
-    const auto pkg = load(path);
+    preview::Options options;
+    if (p.isSet("timeout")) {
+        bool whole = false;
+        options.timeoutSeconds = p.value("timeout").toInt(&whole);
+        if (!whole || options.timeoutSeconds <= 0)
+            return command.misuse(
+                QStringLiteral("--timeout takes whole seconds, got '%1'").arg(p.value("timeout")));
+    }
+    auto pkg = load(path);
     if (!pkg)
         return 2;
-    if (pkg->folder)
-        return say(stderr, "update-package preview: give a package file (update-package build makes one)", 2);
-    preview::Options options;
     options.package = path;
     options.pcJob = p.isSet("pc");
     options.build = instrument::defaultBuildDir();
     options.profile = profilePath(p);
-    QString base = QFileInfo(options.package).fileName();
+    QString base = QFileInfo(QDir::cleanPath(QFileInfo(path).absoluteFilePath())).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
     options.out = p.isSet("out-dir") ? p.value("out-dir") : base + "-preview";
     const auto profile = instrumentProfile(p);
@@ -239,6 +264,18 @@ int runPreview(const QCommandLineParser& p, const Subcommand&)
         return 2;
     predict::Options how;
     how.pcJob = options.pcJob;
+    // A folder goes in as build packs it, under a name the updater finds.
+    QTemporaryDir packed;
+    if (pkg->folder) {
+        if (!packable(*pkg, path, "preview"))
+            return 1;
+        sayLeftOut(*pkg, "preview");
+        options.package = packed.filePath(QStringLiteral("PreviewM_firmware_update.tar.bz2"));
+        QString error;
+        if (!packed.isValid() || !package::write(*pkg, path, options.package, error))
+            return say(stderr, "update-package preview: cannot pack the folder: " + error, 2);
+        how.archiveName = QFileInfo(options.package).fileName();
+    }
     return preview::run(options, predict::predict(*pkg, *profile, how));
 }
 
@@ -259,66 +296,23 @@ int showState(const QCommandLineParser& p, const Subcommand&)
 
 const QVector<Subcommand>& subcommands()
 {
-    using Options = QList<QCommandLineOption>;
+    // clang-format off
     static const QVector<Subcommand> table{
-        {"build",
-         "DIR",
-         1,
-         1,
-         "pack DIR as the package's firmware_update/ folder",
-         [] {
-             return Options{outputOption(), forceOption(), profileOption()};
-         },
-         build,
-         {}},
-        {"lint",
-         "PACKAGE|DIR",
-         1,
-         1,
-         "what the updater will get wrong, line by line",
-         [] {
-             return Options{jsonOption(), profileOption()};
-         },
-         lintOrInspect,
-         {}},
-        {"inspect",
-         "PACKAGE|DIR",
-         1,
-         1,
-         "what the updater will show, run and write for each line",
-         [] {
-             return Options{jsonOption(), profileOption()};
-         },
-         lintOrInspect,
-         {}},
-        {"preview",
-         "PACKAGE",
-         1,
-         1,
-         "run it on the virtual instrument with the real updater",
-         [] {
-             return Options{pcOption(), outDirOption(), profileOption()};
-         },
-         runPreview,
-         {}},
-        {"rules",
-         "",
-         0,
-         0,
-         "the rules lint applies, with their severity",
-         [] { return Options{jsonOption()}; },
-         rules,
-         {}},
-        {"state",
-         "DIR",
-         1,
-         1,
-         "what a job on the virtual instrument left in its folder",
-         [] { return Options{}; },
-         showState,
-         {}},
+        {"build", "DIR", 1, 1, "pack DIR as the package's firmware_update/ folder",
+         {outputOption(), forceOption(), profileOption()}, build, {}},
+        {"lint", "PACKAGE|DIR", 1, 1, "what the updater will get wrong, line by line",
+         {jsonOption(), profileOption()}, lintOrInspect, {}},
+        {"inspect", "PACKAGE|DIR", 1, 1, "what the updater will show, run and write for each line",
+         {jsonOption(), profileOption()}, lintOrInspect, {}},
+        {"preview", "PACKAGE|DIR", 1, 1, "run it on the virtual instrument with the real updater",
+         {pcOption(), outDirOption(), timeoutOption(), profileOption()}, runPreview, {}},
+        {"rules", "", 0, 0, "the rules lint applies, with their severity",
+         {jsonOption()}, rules, {}},
+        {"state", "DIR", 1, 1, "what a job on the virtual instrument left in its folder",
+         {}, showState, {}},
         // Subcommands that parse their own arguments: {"NAME", "ARGS", 0, 0, "summary", {}, {}, function}.
     };
+    // clang-format on
     return table;
 }
 
@@ -358,7 +352,7 @@ int dispatch(const QStringList& arguments)
     QCommandLineParser parser;
     parser.setApplicationDescription(command->summary + ".\n" + exitStatus + '.');
     const QCommandLineOption help = parser.addHelpOption();
-    parser.addOptions(command->options());
+    parser.addOptions(command->options);
     if (!parser.parse(rest))
         return command->misuse(parser.errorText());
     if (parser.isSet(help) || parser.isSet("help-all")) {
