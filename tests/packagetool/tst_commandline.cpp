@@ -126,7 +126,7 @@ private slots:
         QTest::newRow("build") << "build" << QStringList{"--output", "--force", "--profile"};
         QTest::newRow("lint") << "lint" << QStringList{"--json", "--profile"};
         QTest::newRow("inspect") << "inspect" << QStringList{"--json", "--profile"};
-        QTest::newRow("preview") << "preview" << QStringList{"--pc", "--out-dir", "--timeout", "--profile"};
+        QTest::newRow("preview") << "preview" << QStringList{"--pc", "--out-dir", "--timeout", "--json", "--profile"};
         QTest::newRow("rules") << "rules" << QStringList{"--json"};
         QTest::newRow("state") << "state" << QStringList{};
     }

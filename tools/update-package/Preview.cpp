@@ -7,6 +7,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
@@ -23,10 +26,50 @@ QString trimmedEnd(QString text)
     return text;
 }
 
+// Where the human-readable lines go: stdout, or stderr when stdout carries the JSON result.
+FILE* humanStream = stdout;
+
 void print(const QString& text)
 {
-    QTextStream(stdout) << text << '\n';
-    fflush(stdout);
+    QTextStream(humanStream) << text << '\n';
+    fflush(humanStream);
+}
+
+QJsonObject differenceJson(const compare::Difference& d)
+{
+    return {{"line", d.line}, {"what", d.what}, {"predicted", d.predicted}, {"observed", d.observed}};
+}
+
+// The result, one entry a command-list line, with the differences that do not belong to a line apart.
+QByteArray resultJson(const Options& options, const QString& out, const predict::Prediction& prediction,
+                      const state::Snapshot& snapshot, const compare::Result& result)
+{
+    QJsonArray lines, other;
+    for (const predict::Line& line : prediction.lines) {
+        QJsonArray differences;
+        for (const compare::Difference& d : result.differences)
+            if (d.line == line.number)
+                differences.append(differenceJson(d));
+        lines.append(QJsonObject{{"line", line.number},
+                                 {"text", line.text},
+                                 {"agrees", differences.isEmpty()},
+                                 {"differences", differences}});
+    }
+    for (const compare::Difference& d : result.differences)
+        if (d.line <= 0)
+            other.append(differenceJson(d));
+    const QJsonObject json{{"schema", "update-package-preview/1"},
+                           {"package", prediction.packageName},
+                           {"job", options.pcJob ? "pc" : "stick"},
+                           {"outDir", out},
+                           {"ended", snapshot.ended},
+                           {"endPredicted", predict::endName(prediction.end)},
+                           {"view", snapshot.view},
+                           {"agrees", result.agrees()},
+                           {"differenceCount", int(result.differences.size())},
+                           {"lines", lines},
+                           {"outsideLines", other}};
+    return QJsonDocument(json).toJson();
 }
 
 // Prints the view's lines as the trace reports them, stamped with the seconds since the start; of the
@@ -68,6 +111,7 @@ private:
 // The package on the virtual instrument, then the prediction against what it shows and holds.
 int run(const Options& options, const predict::Prediction& prediction)
 {
+    humanStream = options.json ? stderr : stdout;
     QDir().mkpath(options.out);
     const QString out = QFileInfo(options.out).absoluteFilePath();
     print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
@@ -108,6 +152,10 @@ int run(const Options& options, const predict::Prediction& prediction)
               .arg(result.differences.size())
               .arg(result.differences.size() == 1 ? "" : "s")
               .arg(predict::endName(prediction.end)));
+    if (options.json) {
+        const QByteArray json = resultJson(options, out, prediction, *snapshot, result);
+        fwrite(json.constData(), 1, size_t(json.size()), stdout);
+    }
     return result.agrees() ? 0 : 1;
 }
 

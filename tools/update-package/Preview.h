@@ -17,6 +17,7 @@ struct Options
     QString build;   // build tree with the updater, the simulator and the probe
     QString profile; // the instrument profile the virtual instrument is built from
     bool pcJob = false;
+    bool json = false;      // the result as JSON on stdout; the progress and the readable result on stderr
     int timeoutSeconds = 0; // a job not ended then is stopped; 0: 1200 s (120 if predicted to hang)
 };
 

@@ -254,6 +254,7 @@ int runPreview(const QCommandLineParser& p, const Subcommand& command)
         return 2;
     options.package = path;
     options.pcJob = p.isSet("pc");
+    options.json = p.isSet("json");
     options.build = instrument::defaultBuildDir();
     options.profile = profilePath(p);
     QString base = QFileInfo(QDir::cleanPath(QFileInfo(path).absoluteFilePath())).fileName();
@@ -305,7 +306,7 @@ const QVector<Subcommand>& subcommands()
         {"inspect", "PACKAGE|DIR", 1, 1, "what the updater will show, run and write for each line",
          {jsonOption(), profileOption()}, lintOrInspect, {}},
         {"preview", "PACKAGE|DIR", 1, 1, "run it on the virtual instrument with the real updater",
-         {pcOption(), outDirOption(), timeoutOption(), profileOption()}, runPreview, {}},
+         {pcOption(), outDirOption(), timeoutOption(), jsonOption(), profileOption()}, runPreview, {}},
         {"rules", "", 0, 0, "the rules lint applies, with their severity",
          {jsonOption()}, rules, {}},
         {"state", "DIR", 1, 1, "what a job on the virtual instrument left in its folder",
