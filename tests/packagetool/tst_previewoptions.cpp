@@ -66,6 +66,9 @@ private slots:
         const QJsonObject json = QJsonDocument::fromJson(r.out.toUtf8()).object();
         QCOMPARE(json.value("ended").toBool(true), false);
         QCOMPARE(json.value("agrees").toBool(true), false);
+        QVERIFY2(r.err.contains("preview: the job did not end within 20 s"), qPrintable(r.err));
+        QVERIFY(
+            !QFileInfo::exists(m_dir.path() + "/slow-out/end.png")); // no screenshot of an end not reached
     }
 };
 

@@ -135,6 +135,11 @@ int run(const Options& options, const predict::Prediction& prediction)
     }
     print(QStringLiteral("\n== the message view at the end of the job"));
     print(trimmedEnd(snapshot->view));
+    if (!snapshot->ended)
+        print(QStringLiteral("\npreview: the job did not end within %1 s (%2): no screenshot of its end; "
+                             "--timeout gives it longer")
+                  .arg(job.timeoutSeconds)
+                  .arg(snapshot->outcome.trimmed()));
     const compare::Result result = compare::compare(prediction, *snapshot);
     print(QStringLiteral("\n== the prediction against the instrument, line by line"));
     QSet<int> differing;
