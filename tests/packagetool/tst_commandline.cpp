@@ -96,7 +96,8 @@ private slots:
             << QStringList{"preview", "p.tar.bz2", "--out", "d"} << "Unknown option 'out'"
             << "usage: update-package preview [--pc] [--out-dir DIR]";
         QTest::newRow("preview with a time-out of no seconds")
-            << QStringList{"preview", "p.tar.bz2", "--timeout", "0"} << "--timeout takes whole seconds, got '0'"
+            << QStringList{"preview", "p.tar.bz2", "--timeout", "0"}
+            << "--timeout takes whole seconds, got '0'"
             << "usage: update-package preview";
         QTest::newRow("rules with an argument")
             << QStringList{"rules", "extra"} << "unexpected argument 'extra'"
@@ -126,7 +127,8 @@ private slots:
         QTest::newRow("build") << "build" << QStringList{"--output", "--force", "--profile"};
         QTest::newRow("lint") << "lint" << QStringList{"--json", "--profile"};
         QTest::newRow("inspect") << "inspect" << QStringList{"--json", "--profile"};
-        QTest::newRow("preview") << "preview" << QStringList{"--pc", "--out-dir", "--timeout", "--json", "--profile"};
+        QTest::newRow("preview") << "preview"
+                                 << QStringList{"--pc", "--out-dir", "--timeout", "--json", "--profile"};
         QTest::newRow("rules") << "rules" << QStringList{"--json"};
         QTest::newRow("state") << "state" << QStringList{};
     }
