@@ -28,10 +28,11 @@ deb=$build/instrument-update-tools_${version}_amd64.deb
 rm -f "$deb"
 (cd "$build" && cpack -G DEB) >"$build/cpack.log" 2>&1 && [ -s "$deb" ] ||
     { cat "$build/cpack.log" >&2; die "cpack did not write $deb"; }
+updater_deb=$build/instrument-updater_${version}_amd64.deb # the same build's, beside it
 dpkg-deb -I "$deb" | sed -n '/Package:/,$p'
-printf 'size: %s bytes\n' "$(stat -c %s "$deb")"
+printf '%s: %s bytes\n' "${deb##*/}" "$(stat -c %s "$deb")" "${updater_deb##*/}" "$(stat -c %s "$updater_deb")"
 say "lintian"
-lintian --fail-on error "$deb" || die "lintian found errors in $deb"
+lintian --fail-on error "$deb" "$updater_deb" || die "lintian found errors in $deb or $updater_deb"
 
 say "the sample package"
 work=$(mktemp -d "$cache/install-proof.XXXXXX")
