@@ -89,6 +89,7 @@ apt-get update -q >/dev/null
 apt-get install -y -q --no-install-recommends "/proof/${deb##*/}" >/proof/apt.log 2>&1 ||
     { cat /proof/apt.log; exit 1; }
 echo "\$(grep -c '^Setting up' /proof/apt.log) packages set up; \$(grep -h '^Need to get' /proof/apt.log)"
+apt-get autoclean -q >/dev/null # the cached .debs: only versions the archive still has
 cd /proof
 update-package --version
 say "update-package lint"
