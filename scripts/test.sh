@@ -22,7 +22,7 @@ bash scripts/setup.sh
 
 # Every C++ file of these folders is checked, so new files and folders under them are covered.
 format_dirs=(updater/src sim tests bench tools fuzz sample)
-tidy_dirs=(updater/src sim)
+tidy_dirs=(updater/src sim tools)
 
 cpp_files() {
     local dirs=()

@@ -21,7 +21,7 @@ load_before=$(cut -d' ' -f1-3 /proc/loadavg)
 for i in $(seq "$runs"); do
     out="$work/run$i"
     start=$(date +%s%N)
-    UPDATER_BUILD_DIR="$build" "$build/tools/update-package/update-package" preview "$package" --out "$out" \
+    UPDATER_BUILD_DIR="$build" "$build/tools/update-package/update-package" preview "$package" --out-dir "$out" \
         >"$work/preview$i.txt" 2>&1 || { cat "$work/preview$i.txt" >&2; echo "preview bench: run $i failed" >&2; exit 1; }
     wall=$(( ($(date +%s%N) - start) / 1000000 ))
     # The erase starts with "enter ev_pic_begin_erase", ends with "... erase done"; "erase completed" follows

@@ -120,7 +120,7 @@ private slots:
 
         const QString out = m_base.dir.path() + "/preview-" + QTest::currentDataTag();
         const Run preview =
-            run("setsid", {tool, "preview", package, "--out", out}, QString(), 25 * 60 * 1000);
+            run("setsid", {tool, "preview", package, "--out-dir", out}, QString(), 25 * 60 * 1000);
         const QString view = QString::fromUtf8(readAll(out + "/view.txt"));
         const QString report = preview.out + preview.err;
         QVERIFY2(!view.isEmpty(), qPrintable(report));

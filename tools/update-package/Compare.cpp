@@ -231,8 +231,7 @@ Result compare(const predict::Prediction& p, const state::Snapshot& s)
     // How the job ends.
     const bool hangs = p.end == predict::End::Hang;
     if (hangs == s.ended)
-        differ(hangs ? -1 : -1, QStringLiteral("end"),
-               hangs ? QStringLiteral("no end (the updater hangs)") : p.endText(),
+        differ(-1, QStringLiteral("end"), hangs ? QStringLiteral("no end (the updater hangs)") : p.endText(),
                s.ended ? QStringLiteral("the job ended") : QStringLiteral("no end"));
 
     // The root file system: what the instrument changed, and what the prediction changed.

@@ -1,5 +1,7 @@
 #include "InstrumentProfile.h"
 
+#include "Installation.h"
+
 #include <QFile>
 #include <QTextStream>
 
@@ -211,7 +213,7 @@ std::optional<Profile> read(const QString& file, QString& error)
 
 QString defaultPath()
 {
-    return QStringLiteral(PROJECT_SOURCE_DIR "/sim/profile/instrument.profile");
+    return installation::dataDir() + QStringLiteral("/sim/profile/instrument.profile");
 }
 
 } // namespace profile

@@ -146,7 +146,8 @@ ArchiveReader tarReader()
 std::optional<Package> readArchive(const QString& path, QString& error)
 {
     ArchiveReader a = tarReader();
-    if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), 64 * 1024) != ARCHIVE_OK) {
+    if (archive_read_open_filename(a.get(), QFile::encodeName(path).constData(), size_t(64) * 1024) !=
+        ARCHIVE_OK) {
         error = QStringLiteral("%1: not a readable tar archive: %2")
                     .arg(path, QString::fromUtf8(archive_error_string(a.get())));
         return std::nullopt;
@@ -163,6 +164,16 @@ std::optional<Package> readArchive(const QString& path, QString& error)
     if (pkg.compression == QLatin1String("none"))
         pkg.compression = QStringLiteral("none");
     return pkg;
+}
+
+// Version-control folders and editors' backup, swap and desktop files: never part of a package.
+bool isLeftOut(const QString& fileName)
+{
+    static const QStringList names{".git",   ".gitignore", ".gitattributes", ".gitmodules", ".svn",
+                                   ".hg",    ".hgignore",  ".bzr",           "CVS",         ".cvsignore",
+                                   "_darcs", ".DS_Store",  "Thumbs.db",      ".directory"};
+    static const QRegularExpression patterns(QStringLiteral(R"(^(.*~|\..*\.sw[a-p]|\._.*|#.*#|\.#.*)$)"));
+    return names.contains(fileName) || patterns.match(fileName).hasMatch();
 }
 
 std::optional<Package> readFolder(const QString& path, QString& error)
@@ -186,6 +197,14 @@ std::optional<Package> readFolder(const QString& path, QString& error)
         names << it.next();
     names.sort();
     for (const QString& file : names) {
+        const QString relative = root.relativeFilePath(file);
+        const QStringList parts = relative.split('/');
+        const auto first = std::find_if(parts.begin(), parts.end(), isLeftOut);
+        if (first != parts.end()) {
+            if (first == parts.end() - 1) // what lies inside a left-out folder is not named
+                pkg.leftOut << relative;
+            continue;
+        }
         struct stat st
         {
         };
@@ -194,7 +213,7 @@ std::optional<Package> readFolder(const QString& path, QString& error)
             return std::nullopt;
         }
         Entry entry;
-        entry.name = topFolder + '/' + root.relativeFilePath(file);
+        entry.name = topFolder + '/' + relative;
         entry.type = typeOf(st.st_mode, false);
         entry.rawName = entry.name + (entry.type == EntryType::Directory ? QStringLiteral("/") : QString());
         entry.uname = entry.gname = QStringLiteral("root"); // what build writes
@@ -349,9 +368,9 @@ bool nameMatches(const QString& fileName)
 
 QString sizeText(qint64 bytes)
 {
-    if (bytes >= 1024 * 1024 * 1024)
+    if (bytes >= qint64(1024) * 1024 * 1024)
         return QStringLiteral("%1 GiB").arg(double(bytes) / (1024.0 * 1024 * 1024), 0, 'f', 1);
-    if (bytes >= 1024 * 1024)
+    if (bytes >= qint64(1024) * 1024)
         return QStringLiteral("%1 MiB").arg(double(bytes) / (1024.0 * 1024), 0, 'f', 1);
     if (bytes >= 1024)
         return QStringLiteral("%1 KiB").arg(double(bytes) / 1024.0, 0, 'f', 1);

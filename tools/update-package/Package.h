@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 #include <optional>
 #include <vector>
 
@@ -12,7 +13,7 @@ namespace package {
 inline const QString topFolder = QStringLiteral("firmware_update");
 inline const QString commandListPath = QStringLiteral("firmware_update/update_config");
 // Payloads larger than this are hashed but not kept in memory (no command list or HEX file is that big).
-inline constexpr qint64 keepLimit = 64 * 1024 * 1024;
+inline constexpr qint64 keepLimit = qint64(64) * 1024 * 1024;
 
 enum class EntryType
 {
@@ -46,6 +47,9 @@ struct Package
     bool folder = false;
     QString compression; // "bzip2", "gzip", ... as libarchive names the filter; "none"
     std::vector<Entry> entries;
+    // A folder's version-control and editor files (.git, *~, .*.swp, ...), relative to the folder: not
+    // among the entries, as build leaves them out.
+    QStringList leftOut;
 
     // The entry of a path inside the archive, e.g. "firmware_update/board.hex".
     const Entry* find(const QString& name) const;

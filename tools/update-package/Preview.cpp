@@ -7,6 +7,9 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
@@ -23,10 +26,50 @@ QString trimmedEnd(QString text)
     return text;
 }
 
+// Where the human-readable lines go: stdout, or stderr when stdout carries the JSON result.
+FILE* humanStream = stdout;
+
 void print(const QString& text)
 {
-    QTextStream(stdout) << text << '\n';
-    fflush(stdout);
+    QTextStream(humanStream) << text << '\n';
+    fflush(humanStream);
+}
+
+QJsonObject differenceJson(const compare::Difference& d)
+{
+    return {{"line", d.line}, {"what", d.what}, {"predicted", d.predicted}, {"observed", d.observed}};
+}
+
+// The result, one entry a command-list line, with the differences that do not belong to a line apart.
+QByteArray resultJson(const Options& options, const QString& out, const predict::Prediction& prediction,
+                      const state::Snapshot& snapshot, const compare::Result& result)
+{
+    QJsonArray lines, other;
+    for (const predict::Line& line : prediction.lines) {
+        QJsonArray differences;
+        for (const compare::Difference& d : result.differences)
+            if (d.line == line.number)
+                differences.append(differenceJson(d));
+        lines.append(QJsonObject{{"line", line.number},
+                                 {"text", line.text},
+                                 {"agrees", differences.isEmpty()},
+                                 {"differences", differences}});
+    }
+    for (const compare::Difference& d : result.differences)
+        if (d.line <= 0)
+            other.append(differenceJson(d));
+    const QJsonObject json{{"schema", "update-package-preview/1"},
+                           {"package", prediction.packageName},
+                           {"job", options.pcJob ? "pc" : "stick"},
+                           {"outDir", out},
+                           {"ended", snapshot.ended},
+                           {"endPredicted", predict::endName(prediction.end)},
+                           {"view", snapshot.view},
+                           {"agrees", result.agrees()},
+                           {"differenceCount", int(result.differences.size())},
+                           {"lines", lines},
+                           {"outsideLines", other}};
+    return QJsonDocument(json).toJson();
 }
 
 // Prints the view's lines as the trace reports them, stamped with the seconds since the start; of the
@@ -68,6 +111,7 @@ private:
 // The package on the virtual instrument, then the prediction against what it shows and holds.
 int run(const Options& options, const predict::Prediction& prediction)
 {
+    humanStream = options.json ? stderr : stdout;
     QDir().mkpath(options.out);
     const QString out = QFileInfo(options.out).absoluteFilePath();
     print(QStringLiteral("preview: %1 on the virtual instrument (%2 job), results in %3")
@@ -78,7 +122,9 @@ int run(const Options& options, const predict::Prediction& prediction)
     job.profile = options.profile;
     job.outDir = out;
     job.progress = ViewPrinter();
-    if (prediction.end == predict::End::Hang)
+    if (options.timeoutSeconds > 0)
+        job.timeoutSeconds = options.timeoutSeconds;
+    else if (prediction.end == predict::End::Hang)
         job.timeoutSeconds =
             120; // the prediction is that it never ends: wait long enough to see the PIC erased
     QString error;
@@ -89,6 +135,11 @@ int run(const Options& options, const predict::Prediction& prediction)
     }
     print(QStringLiteral("\n== the message view at the end of the job"));
     print(trimmedEnd(snapshot->view));
+    if (!snapshot->ended)
+        print(QStringLiteral("\npreview: the job did not end within %1 s (%2): no screenshot of its end; "
+                             "--timeout gives it longer")
+                  .arg(job.timeoutSeconds)
+                  .arg(snapshot->outcome.trimmed()));
     const compare::Result result = compare::compare(prediction, *snapshot);
     print(QStringLiteral("\n== the prediction against the instrument, line by line"));
     QSet<int> differing;
@@ -115,6 +166,10 @@ int run(const Options& options, const predict::Prediction& prediction)
               .arg(damage.size())
               .arg(damage.size() == 1 ? "" : "s")
               .arg(predict::endName(prediction.end)));
+    if (options.json) {
+        const QByteArray json = resultJson(options, out, prediction, *snapshot, result);
+        fwrite(json.constData(), 1, size_t(json.size()), stdout);
+    }
     return result.agrees() && damage.isEmpty() ? 0 : 1;
 }
 

@@ -17,6 +17,8 @@ struct Options
     QString build;   // build tree with the updater, the simulator and the probe
     QString profile; // the instrument profile the virtual instrument is built from
     bool pcJob = false;
+    bool json = false;      // the result as JSON on stdout; the progress and the readable result on stderr
+    int timeoutSeconds = 0; // a job not ended then is stopped; 0: 1200 s (120 if predicted to hang)
 };
 
 // Runs the preview and prints as it goes; returns the exit status (0: the view ends in "Update complete").

@@ -143,7 +143,7 @@ Outcome cp(const QStringList& args, Context& c)
                        args.isEmpty()
                            ? QStringLiteral("cp: missing file operand")
                            : QStringLiteral("cp: missing destination file operand after %1").arg(q(args[0])));
-    const QString dest = args.last();
+    const QString& dest = args.last();
     const Lookup d = c.tree.resolve(dest, true);
     const bool intoFolder = d.err == Err::None && d.node && d.node->kind == Kind::Directory;
     if (args.size() > 2 && !intoFolder)
@@ -821,7 +821,7 @@ Outcome run(const QString& commandLine, Context& c)
     if (argv.isEmpty())
         return notStarted(QStringLiteral("command-empty"),
                           QStringLiteral("an empty command line cannot be started"));
-    const QString program = argv[0];
+    const QString& program = argv[0];
     const QStringList args = argv.mid(1);
     Outcome out;
     if (!programsCanStart(c)) {

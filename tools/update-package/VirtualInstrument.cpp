@@ -1,5 +1,7 @@
 #include "VirtualInstrument.h"
 
+#include "Installation.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -39,8 +41,7 @@ private:
 
 QString defaultBuildDir()
 {
-    const QString fromEnv = qEnvironmentVariable("UPDATER_BUILD_DIR");
-    return fromEnv.isEmpty() ? QStringLiteral(PROJECT_BINARY_DIR) : fromEnv;
+    return installation::buildDir();
 }
 
 bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const Options& options,
@@ -55,7 +56,7 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
         return false;
     }
     int timeout = 0;
-    QStringList args{QStringLiteral(PROJECT_SOURCE_DIR "/scripts/technician.sh"), "--build", build};
+    QStringList args{installation::dataDir() + QStringLiteral("/scripts/technician.sh"), "--build", build};
     if (!options.screens)
         args << "--no-screens";
     QStringList outs;

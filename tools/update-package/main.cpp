@@ -7,27 +7,22 @@
 #include "Risk.h"
 #include "VirtualInstrument.h"
 
+#include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTextStream>
 #include <cstdio>
+#include <functional>
 
 namespace {
 
-const char* const usage = R"(usage:
-  update-package build DIR -o FILE [--force]   pack DIR as the package's firmware_update/ folder
-  update-package lint PACKAGE|DIR [--json] [--profile FILE]
-                                               what the updater will get wrong, line by line
-  update-package inspect PACKAGE|DIR [--json] [--profile FILE]
-                                               what the updater will show, run and write for each line
-  update-package preview PACKAGE [--pc] [--out DIR] [--profile FILE]
-                                               run it on the virtual instrument with the real updater
-  update-package rules [--json]                the rules lint applies, with their severity
-  update-package state DIR                     what a job on the virtual instrument left in its folder
---profile: the instrument to predict for (default: the virtual instrument's profile)
-exit status: 0 fine, 1 errors found (preview: the instrument differs from the prediction), 2 unusable
-input or usage)";
+const char* const exitStatus =
+    "exit status: 0 fine, 1 errors found (preview: the instrument differs from the "
+    "prediction), 2 unusable input or usage";
 
 int say(FILE* stream, const QString& text, int status)
 {
@@ -35,75 +30,145 @@ int say(FILE* stream, const QString& text, int status)
     return status;
 }
 
-struct Arguments
-{
-    QString command;
-    QStringList positional;
-    QStringList flags;
-    QString output, out, profile;
-    bool ok = true;
-};
-
-Arguments parse(const QStringList& args)
-{
-    Arguments a;
-    for (int i = 1; i < args.size(); ++i) {
-        const QString& arg = args[i];
-        if (arg == "-o" || arg == "--out" || arg == "--profile") {
-            if (i + 1 >= args.size()) {
-                a.ok = false;
-                break;
-            }
-            (arg == "-o" ? a.output : arg == "--out" ? a.out : a.profile) = args[++i];
-        } else if (arg.startsWith("--")) {
-            a.flags << arg;
-        } else if (a.command.isEmpty()) {
-            a.command = arg;
-        } else {
-            a.positional << arg;
-        }
-    }
-    return a;
-}
-
-// The one package or folder a subcommand works on; on failure `status` is the exit status.
-std::optional<package::Package> load(const Arguments& a, int& status)
-{
-    status = 2;
-    if (a.positional.size() != 1) {
-        say(stderr, usage, 2);
-        return std::nullopt;
-    }
-    QString error;
-    auto pkg = package::read(a.positional[0], error);
-    if (!pkg)
-        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
-    return pkg;
-}
-
-// The instrument profile named by --profile, or the default one.
-std::optional<profile::Profile> instrumentProfile(const Arguments& a)
-{
-    QString error;
-    auto p = profile::read(a.profile.isEmpty() ? profile::defaultPath() : a.profile, error);
-    if (!p)
-        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
-    return p;
-}
-
 void write(const QByteArray& text)
 {
     fwrite(text.constData(), 1, size_t(text.size()), stdout);
 }
 
-int build(const Arguments& a)
+// The options, each spelt once; a subcommand lists the ones it takes.
+QCommandLineOption jsonOption()
 {
-    const QString folder = a.positional.value(0);
-    if (a.output.isEmpty() || folder.isEmpty())
-        return say(stderr, usage, 2);
+    return {"json", "Machine-readable output (JSON)."};
+}
+QCommandLineOption profileOption()
+{
+    return {"profile", "The instrument to predict for (default: the virtual instrument's profile).", "FILE"};
+}
+QCommandLineOption outputOption()
+{
+    return {{"o", "output"}, "Write the package to FILE.", "FILE"};
+}
+QCommandLineOption forceOption()
+{
+    return {"force", "Write the package even when lint finds errors, and over an existing file."};
+}
+QCommandLineOption pcOption()
+{
+    return {"pc", "Run the PC job (F2) instead of the memory-stick job (F3)."};
+}
+QCommandLineOption timeoutOption()
+{
+    return {"timeout", "Stop a job that has not ended after SECONDS (default: 1200).", "SECONDS"};
+}
+QCommandLineOption outDirOption()
+{
+    return {"out-dir", "Keep the instrument's state, screenshots and logs in DIR (default: NAME-preview).",
+            "DIR"};
+}
+
+struct Subcommand;
+using Run = std::function<int(const QCommandLineParser&, const Subcommand&)>;
+
+struct Subcommand
+{
+    QString name;
+    QString arguments; // the positional arguments, as the usage line shows them
+    int minArguments = 0, maxArguments = 0;
+    QString summary;
+    QList<QCommandLineOption> options;
+    Run run;
+    // A subcommand with a parser of its own gets the arguments after its name, the first being
+    // "update-package NAME" (the program name QCommandLineParser::process expects).
+    std::function<int(const QStringList&)> own;
+
+    QString synopsis() const
+    {
+        QString line = "update-package " + name;
+        for (const QCommandLineOption& o : options) {
+            const QString& name = o.names().constFirst();
+            line += QStringLiteral(" [%1%2%3]")
+                        .arg(name.size() == 1 ? "-" : "--", name,
+                             o.valueName().isEmpty() ? QString() : ' ' + o.valueName());
+        }
+        return arguments.isEmpty() ? line : line + ' ' + arguments;
+    }
+    int misuse(const QString& what) const
+    {
+        return say(stderr,
+                   QStringLiteral("update-package %1: %2\nusage: %3\n(update-package %1 --help says more)")
+                       .arg(name, what, synopsis()),
+                   2);
+    }
+};
+
+// The one package or folder a subcommand works on.
+std::optional<package::Package> load(const QString& path)
+{
+    QString error;
+    auto pkg = package::read(path, error);
+    if (!pkg)
+        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
+    return pkg;
+}
+
+QString profilePath(const QCommandLineParser& p)
+{
+    return p.isSet("profile") ? p.value("profile") : profile::defaultPath();
+}
+
+// The instrument profile named by --profile, or the default one.
+std::optional<profile::Profile> instrumentProfile(const QCommandLineParser& p)
+{
+    QString error;
+    auto profile = profile::read(profilePath(p), error);
+    if (!profile)
+        say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
+    return profile;
+}
+
+QString sha256(const QString& file)
+{
+    QFile in(file);
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    return in.open(QIODevice::ReadOnly) && hash.addData(&in) ? hash.result().toHex() : QString();
+}
+
+// A folder's links that point out of it are never packed (not even with --force): tar on the instrument
+// would write through them.
+bool packable(const package::Package& pkg, const QString& folder, const QString& subcommand)
+{
+    for (const package::Entry& entry : pkg.entries) {
+        if (entry.type == package::EntryType::Symlink &&
+            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
+                 .startsWith('/' + package::topFolder + '/')) {
+            say(stderr,
+                QStringLiteral("update-package %1: %2 points out of the folder (%3): not packed")
+                    .arg(subcommand, QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)),
+                         entry.link),
+                0);
+            return false;
+        }
+    }
+    return true;
+}
+
+void sayLeftOut(const package::Package& pkg, const QString& subcommand)
+{
+    if (!pkg.leftOut.isEmpty())
+        say(stderr,
+            QStringLiteral("update-package %1: left out (version-control and editor files): %2")
+                .arg(subcommand, pkg.leftOut.join(", ")),
+            0);
+}
+
+int build(const QCommandLineParser& p, const Subcommand& command)
+{
+    const QString folder = p.positionalArguments().value(0);
+    if (!p.isSet("output"))
+        return command.misuse("name the package to write: -o FILE");
     if (!QFileInfo(folder).isDir())
         return say(stderr, QStringLiteral("update-package build: %1 is not a folder").arg(folder), 2);
-    const QString target = QFileInfo(a.output).absoluteFilePath();
+    const QString target = QFileInfo(p.value("output")).absoluteFilePath();
     if (!package::nameMatches(QFileInfo(target).fileName()))
         return say(
             stderr,
@@ -116,21 +181,20 @@ int build(const Arguments& a)
             stderr,
             QStringLiteral("update-package build: %1 lies inside %2: write it elsewhere").arg(target, folder),
             1);
+    const bool force = p.isSet("force");
+    if (QFileInfo::exists(target) && !force)
+        return say(stderr,
+                   QStringLiteral("update-package build: %1 exists: not overwritten (--force overwrites it)")
+                       .arg(target),
+                   1);
     QString error;
     const auto pkg = package::read(folder, error);
     if (!pkg)
         return say(stderr, QStringLiteral("update-package: %1").arg(error), 2);
-    for (const package::Entry& entry : pkg->entries) {
-        if (entry.type == package::EntryType::Symlink &&
-            !QDir::cleanPath(QFileInfo('/' + entry.name).path() + '/' + entry.link)
-                 .startsWith('/' + package::topFolder + '/'))
-            return say(
-                stderr,
-                QStringLiteral("update-package build: %1 points out of the folder (%2): not packed")
-                    .arg(QDir(folder).filePath(entry.name.mid(package::topFolder.size() + 1)), entry.link),
-                1);
-    }
-    const auto profile = instrumentProfile(a);
+    if (!packable(*pkg, folder, "build"))
+        return 1;
+    sayLeftOut(*pkg, "build");
+    const auto profile = instrumentProfile(p);
     if (!profile)
         return 2;
     predict::Options options;
@@ -138,7 +202,7 @@ int build(const Arguments& a)
     const predict::Prediction prediction = predict::predict(*pkg, *profile, options);
     if (!prediction.findings.isEmpty())
         say(stderr, report::lintText(prediction), 0);
-    if (prediction.hasErrors() && !a.flags.contains("--force"))
+    if (prediction.hasErrors() && !force)
         return say(
             stderr,
             QStringLiteral("update-package build: %1 not written: lint found errors (--force writes it "
@@ -147,22 +211,27 @@ int build(const Arguments& a)
             1);
     if (!package::write(*pkg, folder, target, error))
         return say(stderr, QStringLiteral("update-package build: %1").arg(error), 2);
+    const qint64 size = QFileInfo(target).size();
+    // The checksum line as sha256sum writes it, so that `sha256sum -c` checks a copy.
     return say(stdout,
-               QStringLiteral("wrote %1 (%2)").arg(target, package::sizeText(QFileInfo(target).size())), 0);
+               QStringLiteral("wrote %1 (%2, %3 bytes)\n%4  %5")
+                   .arg(target, package::sizeText(size))
+                   .arg(size)
+                   .arg(sha256(target), QFileInfo(target).fileName()),
+               0);
 }
 
-int lintOrInspect(const Arguments& a)
+int lintOrInspect(const QCommandLineParser& p, const Subcommand& command)
 {
-    int status = 0;
-    const auto pkg = load(a, status);
+    const auto pkg = load(p.positionalArguments().constFirst());
     if (!pkg)
-        return status;
-    const auto profile = instrumentProfile(a);
+        return 2;
+    const auto profile = instrumentProfile(p);
     if (!profile)
         return 2;
     const predict::Prediction prediction = predict::predict(*pkg, *profile);
-    const bool json = a.flags.contains("--json");
-    if (a.command == "lint") {
+    const bool json = p.isSet("json");
+    if (command.name == "lint") {
         write(json ? report::lintJson(prediction) : report::lintText(prediction).toUtf8());
         return prediction.hasErrors() ? 1 : 0;
     }
@@ -170,39 +239,139 @@ int lintOrInspect(const Arguments& a)
     return 0;
 }
 
-int runPreview(const Arguments& a)
+int runPreview(const QCommandLineParser& p, const Subcommand& command)
 {
-    int status = 0;
-    const auto pkg = load(a, status);
-    if (!pkg)
-        return status;
-    if (pkg->folder)
-        return say(stderr, "update-package preview: give a package file (update-package build makes one)", 2);
+    const QString path = p.positionalArguments().constFirst();
     preview::Options options;
-    options.package = a.positional[0];
-    options.pcJob = a.flags.contains("--pc");
+    if (p.isSet("timeout")) {
+        bool whole = false;
+        options.timeoutSeconds = p.value("timeout").toInt(&whole);
+        if (!whole || options.timeoutSeconds <= 0)
+            return command.misuse(
+                QStringLiteral("--timeout takes whole seconds, got '%1'").arg(p.value("timeout")));
+    }
+    auto pkg = load(path);
+    if (!pkg)
+        return 2;
+    options.package = path;
+    options.pcJob = p.isSet("pc");
+    options.json = p.isSet("json");
     options.build = instrument::defaultBuildDir();
-    options.profile = a.profile.isEmpty() ? profile::defaultPath() : a.profile;
-    QString base = QFileInfo(options.package).fileName();
+    options.profile = profilePath(p);
+    QString base = QFileInfo(QDir::cleanPath(QFileInfo(path).absoluteFilePath())).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
-    options.out = a.out.isEmpty() ? base + "-preview" : a.out;
-    const auto profile = instrumentProfile(a);
+    options.out = p.isSet("out-dir") ? p.value("out-dir") : base + "-preview";
+    const auto profile = instrumentProfile(p);
     if (!profile)
         return 2;
     predict::Options how;
     how.pcJob = options.pcJob;
+    // A folder goes in as build packs it, under a name the updater finds.
+    QTemporaryDir packed;
+    if (pkg->folder) {
+        if (!packable(*pkg, path, "preview"))
+            return 1;
+        sayLeftOut(*pkg, "preview");
+        options.package = packed.filePath(QStringLiteral("PreviewM_firmware_update.tar.bz2"));
+        QString error;
+        if (!packed.isValid() || !package::write(*pkg, path, options.package, error))
+            return say(stderr, "update-package preview: cannot pack the folder: " + error, 2);
+        how.archiveName = QFileInfo(options.package).fileName();
+    }
     return preview::run(options, predict::predict(*pkg, *profile, how));
 }
 
-int showState(const Arguments& a)
+int rules(const QCommandLineParser& p, const Subcommand&)
 {
-    if (a.positional.size() != 1)
-        return say(stderr, usage, 2);
+    write(p.isSet("json") ? report::rulesJson() : report::rulesText().toUtf8());
+    return 0;
+}
+
+int showState(const QCommandLineParser& p, const Subcommand&)
+{
     QString error;
-    const auto snapshot = state::read(a.positional[0], error);
+    const auto snapshot = state::read(p.positionalArguments().constFirst(), error);
     if (!snapshot)
         return say(stderr, "update-package state: " + error, 2);
     return say(stdout, state::text(*snapshot), 0);
+}
+
+const QVector<Subcommand>& subcommands()
+{
+    // clang-format off
+    static const QVector<Subcommand> table{
+        {"build", "DIR", 1, 1, "pack DIR as the package's firmware_update/ folder",
+         {outputOption(), forceOption(), profileOption()}, build, {}},
+        {"lint", "PACKAGE|DIR", 1, 1, "what the updater will get wrong, line by line",
+         {jsonOption(), profileOption()}, lintOrInspect, {}},
+        {"inspect", "PACKAGE|DIR", 1, 1, "what the updater will show, run and write for each line",
+         {jsonOption(), profileOption()}, lintOrInspect, {}},
+        {"preview", "PACKAGE|DIR", 1, 1, "run it on the virtual instrument with the real updater",
+         {pcOption(), outDirOption(), timeoutOption(), jsonOption(), profileOption()}, runPreview, {}},
+        {"rules", "", 0, 0, "the rules lint applies, with their severity",
+         {jsonOption()}, rules, {}},
+        {"state", "DIR", 1, 1, "what a job on the virtual instrument left in its folder",
+         {}, showState, {}},
+        // Subcommands that parse their own arguments: {"NAME", "ARGS", 0, 0, "summary", {}, {}, function}.
+        {"risk", "PACKAGE [--json] [--points N] [--out-dir DIR] [--fail-on CLASS]", 0, 0,
+         "what a power cut during each line leaves on the instrument", {}, {},
+         [](const QStringList& arguments) { return riskCommand(arguments.mid(1)); }},
+    };
+    // clang-format on
+    return table;
+}
+
+QString usage()
+{
+    QString text = "usage: update-package SUBCOMMAND [options] ARGUMENTS\n"
+                   "       update-package --help | --version\n\nsubcommands:\n";
+    for (const Subcommand& c : subcommands())
+        text += QStringLiteral("  %1%2\n").arg(c.name, -10).arg(c.summary);
+    return text + "\n`update-package SUBCOMMAND --help` lists its options; man update-package says more.\n" +
+           exitStatus + '\n';
+}
+
+int dispatch(const QStringList& arguments)
+{
+    const QString first = arguments.value(1);
+    if (first == "--help" || first == "-h")
+        return say(stdout, usage(), 0);
+    if (first == "--version")
+        return say(stdout, QStringLiteral("update-package %1").arg(QCoreApplication::applicationVersion()),
+                   0);
+    if (first.isEmpty())
+        return say(stderr, "update-package: name a subcommand\n" + usage(), 2);
+    const auto& table = subcommands();
+    const auto command =
+        std::find_if(table.begin(), table.end(), [&](const Subcommand& c) { return c.name == first; });
+    if (command == table.end())
+        return say(stderr,
+                   QStringLiteral("update-package: %1 '%2'\n")
+                           .arg(first.startsWith('-') ? "unknown option" : "unknown subcommand", first) +
+                       usage(),
+                   2);
+    const QStringList rest = QStringList{"update-package " + command->name} + arguments.mid(2);
+    if (command->own)
+        return command->own(rest);
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(command->summary + ".\n" + exitStatus + '.');
+    const QCommandLineOption help = parser.addHelpOption();
+    parser.addOptions(command->options);
+    if (!parser.parse(rest))
+        return command->misuse(parser.errorText());
+    if (parser.isSet(help) || parser.isSet("help-all")) {
+        // Qt's first line names the binary's path; the synopsis names the subcommand and its arguments.
+        const QString help = parser.helpText();
+        return say(stdout, "Usage: " + command->synopsis() + help.mid(help.indexOf('\n')), 0);
+    }
+    const int given = int(parser.positionalArguments().size());
+    if (given < command->minArguments)
+        return command->misuse(QStringLiteral("missing %1").arg(command->arguments));
+    if (given > command->maxArguments)
+        return command->misuse(QStringLiteral("unexpected argument '%1'")
+                                   .arg(parser.positionalArguments().value(command->maxArguments)));
+    return command->run(parser, *command);
 }
 
 } // namespace
@@ -210,26 +379,7 @@ int showState(const Arguments& a)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
-    if (app.arguments().value(1) == "risk")
-        return riskCommand(app.arguments().mid(2));
-    const Arguments a = parse(app.arguments());
-    if (!a.ok)
-        return say(stderr, usage, 2);
-    for (const QString& flag : a.flags) {
-        if (!QStringList{"--json", "--force", "--pc"}.contains(flag))
-            return say(stderr, QStringLiteral("update-package: unknown option %1\n%2").arg(flag, usage), 2);
-    }
-    if (a.command == "build")
-        return build(a);
-    if (a.command == "lint" || a.command == "inspect")
-        return lintOrInspect(a);
-    if (a.command == "preview")
-        return runPreview(a);
-    if (a.command == "rules" && a.positional.isEmpty()) {
-        write(a.flags.contains("--json") ? report::rulesJson() : report::rulesText().toUtf8());
-        return 0;
-    }
-    if (a.command == "state")
-        return showState(a);
-    return say(stderr, usage, 2);
+    QCoreApplication::setApplicationName("update-package");
+    QCoreApplication::setApplicationVersion(QStringLiteral(UPDATE_PACKAGE_VERSION));
+    return dispatch(app.arguments());
 }

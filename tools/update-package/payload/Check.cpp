@@ -94,9 +94,9 @@ QString platform(const profile::Profile& profile)
 
 QString mib(qint64 bytes)
 {
-    return bytes % (1024 * 1024) == 0 ? QStringLiteral("%1 MiB").arg(bytes / (1024 * 1024))
-           : bytes % 1024 == 0        ? QStringLiteral("%1 KiB").arg(bytes / 1024)
-                                      : QStringLiteral("%1 bytes").arg(bytes);
+    return bytes % (qint64(1024) * 1024) == 0 ? QStringLiteral("%1 MiB").arg(bytes / (qint64(1024) * 1024))
+           : bytes % 1024 == 0                ? QStringLiteral("%1 KiB").arg(bytes / 1024)
+                                              : QStringLiteral("%1 bytes").arg(bytes);
 }
 
 enum class ElfUse

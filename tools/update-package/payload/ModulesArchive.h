@@ -30,7 +30,7 @@ struct ArchiveMember
 struct ModulesArchive
 {
     // Modules larger than this are not read (no kernel module is that big).
-    static constexpr qint64 moduleLimit = 32 * 1024 * 1024;
+    static constexpr qint64 moduleLimit = qint64(32) * 1024 * 1024;
     QVector<ArchiveMember> members;
     QString error; // what stopped the reading, empty when the archive was read to its end
 };

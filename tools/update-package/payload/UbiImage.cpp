@@ -10,7 +10,7 @@ constexpr int headerSize = 64;
 constexpr quint32 layoutVolume = 0x7FFFEFFF;
 constexpr int vtblRecordSize = 172;
 constexpr int maxVolumes = 128;
-constexpr qint64 minPeb = 4 * 1024, maxPeb = 4 * 1024 * 1024;
+constexpr qint64 minPeb = qint64(4) * 1024, maxPeb = qint64(4) * 1024 * 1024;
 
 quint32 be32(const char* p)
 {
@@ -45,7 +45,7 @@ void readVolumeTable(const char* p, qint64 size, UbiImage& image)
 {
     const int records = int(qMin<qint64>(maxVolumes, size / vtblRecordSize));
     for (int i = 0; i < records; ++i) {
-        const char* record = p + i * vtblRecordSize;
+        const char* record = p + ptrdiff_t(i) * vtblRecordSize;
         if (!crcOk(record, vtblRecordSize)) {
             image.corrupt << QStringLiteral("volume table record %1: CRC").arg(i);
             continue;
