@@ -35,6 +35,7 @@ public:
         const chip::CodeBlock* block = chip::codeBlock(address);
         if (!block || protectedBy(block->cp()) || protectedBy(block->wrt()))
             return;
+        ++rowWrites;
         for (int i = 0; i < bytes.size() && address + quint32(i) < flashSize; ++i) {
             const int at = int(address) + i;
             m.flash[at] = char(quint8(m.flash.at(at)) & quint8(bytes[i]));
@@ -45,6 +46,7 @@ public:
     {
         if (protectedBy(chip::WRTC))
             return;
+        ++configWrites;
         const quint32 offset = address - chip::configAddress;
         const quint8 cell = quint8(m.config.at(int(offset)));
         const quint8 oneWay = offset >= chip::protectionOffset ? chip::configBytes[offset].implemented : 0;
@@ -61,6 +63,8 @@ public:
     }
 
     Memory m;
+    int rowWrites = 0;
+    int configWrites = 0;
 };
 
 QString regionRule(quint64 start)
@@ -214,6 +218,8 @@ Result program(const QByteArray& hexText, const Memory& before)
         result.written.push_back({start, quint32(end)});
     }
     result.memory = pic.m;
+    result.rowWrites = pic.rowWrites;
+    result.configWrites = pic.configWrites;
     return result;
 }
 
