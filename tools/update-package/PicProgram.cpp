@@ -115,6 +115,7 @@ Result program(const QByteArray& hexText, const Memory& before)
         result.notes.push_back({rule, line, message});
     };
     quint32 extended = 0;
+    QByteArray buffer(recordBuffer, '\0'); // the programmer's record buffer, zeroed with the programmer
     int lineNumber = 0;
     result.programmed = true;
     while (!file.atEnd()) {
@@ -134,14 +135,14 @@ Result program(const QByteArray& hexText, const Memory& before)
                      .arg(recordBuffer));
             break;
         }
-        QByteArray data;
         for (uint i = 0; i < len; ++i)
-            data.append(char(line.mid(9 + 2 * int(i), 2).toUInt(nullptr, 16)));
+            buffer[int(i)] = char(line.mid(9 + 2 * int(i), 2).toUInt(nullptr, 16));
+        const QByteArray data = buffer.left(int(len));
         const quint8 type = quint8(address & 0xFF);
         if (type == 4) {
-            extended =
-                quint32(quint8(data.size() > 0 ? data[0] : 0) * 256 + quint8(data.size() > 1 ? data[1] : 0))
-                << 16;
+            // The upper address is the first two bytes of the record buffer, whatever the record's length:
+            // a shorter record leaves the earlier record's bytes there.
+            extended = quint32(quint8(buffer[0]) * 256 + quint8(buffer[1])) << 16;
             continue;
         }
         if (len == 0)
