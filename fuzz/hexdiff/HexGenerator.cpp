@@ -155,7 +155,7 @@ void Generator::mutate(QList<QByteArray>& lines, QStringList& how)
         break;
     case 7: // a character that is not hex
         if (!line.isEmpty()) {
-            static const char odd[] = "GZgz .;xX\t-+\x01\xE9";
+            static const char odd[] = "GZgz .;xX\t-+\x01\xE9\r\0";
             line[int(below(quint32(line.size())))] = odd[below(sizeof odd - 1)];
             named("non-hex character");
         }

@@ -67,6 +67,16 @@ public:
     int configWrites = 0;
 };
 
+// The programmer reads its HEX file with QFile in text mode, which turns only a line's final CR LF into LF;
+// a CR anywhere else stays in the line and counts as a character (QBuffer's text mode would drop them all).
+QByteArray textModeLine(QIODevice& file)
+{
+    QByteArray line = file.readLine();
+    if (line.endsWith("\r\n"))
+        line.replace(line.size() - 2, 2, "\n");
+    return line;
+}
+
 QString regionRule(quint64 start)
 {
     if (start < flashSize)
@@ -110,7 +120,7 @@ Result program(const QByteArray& hexText, const Memory& before)
     pic.bulkErase();
     QByteArray text = hexText;
     QBuffer file(&text);
-    file.open(QIODevice::ReadOnly | QIODevice::Text);
+    file.open(QIODevice::ReadOnly); // lines as a QFile in text mode gives them: see readLine below
     const auto note = [&](const QString& rule, int line, const QString& message) {
         result.notes.push_back({rule, line, message});
     };
@@ -120,7 +130,7 @@ Result program(const QByteArray& hexText, const Memory& before)
     result.programmed = true;
     while (!file.atEnd()) {
         // Field by field as the programmer reads them: by position, a field that is not hex reads as 0.
-        const QString line = QString::fromLatin1(file.readLine());
+        const QString line = QString::fromLatin1(textModeLine(file));
         ++lineNumber;
         const uint len = line.mid(1, 2).toUInt(nullptr, 16);
         const quint32 address = line.mid(3, 6).toUInt(nullptr, 16);
