@@ -3,7 +3,6 @@
 #include "IntelHex.h"
 #include "Pic18f4620Config.h"
 
-#include <QBuffer>
 
 namespace pic {
 namespace {
@@ -67,15 +66,49 @@ public:
     int configWrites = 0;
 };
 
-// The programmer reads its HEX file with QFile in text mode, which turns only a line's final CR LF into LF;
-// a CR anywhere else stays in the line and counts as a character (QBuffer's text mode would drop them all).
-QByteArray textModeLine(QIODevice& file)
+// The HEX file line by line as the programmer's QFile gives it in text mode. QIODevice strips CRs in two
+// ways: a line read from its buffer loses only the CR of a final CR LF, while a line (or the rest of one)
+// read while the buffer is empty comes byte by byte through read(), which drops every CR. The buffer is
+// empty at the start and whenever a 16 KiB chunk of the file has been used up, so the first line, and the
+// line that runs over each chunk's end, lose all their CRs; the others keep any that is not final.
+class TextModeFile
 {
-    QByteArray line = file.readLine();
-    if (line.endsWith("\r\n"))
-        line.replace(line.size() - 2, 2, "\n");
-    return line;
-}
+public:
+    explicit TextModeFile(const QByteArray& bytes) : m_bytes(bytes) {}
+    bool atEnd() const { return m_pos >= m_bytes.size(); }
+
+    QByteArray readLine()
+    {
+        QByteArray line;
+        if (m_pos < m_buffered) {
+            const int newline = m_bytes.indexOf('\n', m_pos);
+            const int end = newline >= 0 && newline < m_buffered ? newline + 1 : m_buffered;
+            line = m_bytes.mid(m_pos, end - m_pos);
+            m_pos = end;
+        }
+        if (!line.endsWith('\n')) {
+            while (m_pos < m_bytes.size()) {
+                if (m_pos == m_buffered)
+                    m_buffered = qMin(m_pos + chunk, m_bytes.size());
+                const char c = m_bytes[m_pos++];
+                if (c == '\r')
+                    continue;
+                line += c;
+                if (c == '\n')
+                    break;
+            }
+        }
+        if (line.endsWith("\r\n"))
+            line.replace(line.size() - 2, 2, "\n");
+        return line;
+    }
+
+private:
+    static constexpr int chunk = 16384; // QIODevice's read buffer
+    const QByteArray& m_bytes;
+    int m_pos = 0;
+    int m_buffered = 0; // the buffer holds [m_pos, m_buffered)
+};
 
 QString regionRule(quint64 start)
 {
@@ -118,9 +151,7 @@ Result program(const QByteArray& hexText, const Memory& before)
     Result result;
     Chip pic(before);
     pic.bulkErase();
-    QByteArray text = hexText;
-    QBuffer file(&text);
-    file.open(QIODevice::ReadOnly); // lines as a QFile in text mode gives them: see readLine below
+    TextModeFile file(hexText);
     const auto note = [&](const QString& rule, int line, const QString& message) {
         result.notes.push_back({rule, line, message});
     };
@@ -130,7 +161,7 @@ Result program(const QByteArray& hexText, const Memory& before)
     result.programmed = true;
     while (!file.atEnd()) {
         // Field by field as the programmer reads them: by position, a field that is not hex reads as 0.
-        const QString line = QString::fromLatin1(textModeLine(file));
+        const QString line = QString::fromLatin1(file.readLine());
         ++lineNumber;
         const uint len = line.mid(1, 2).toUInt(nullptr, 16);
         const quint32 address = line.mid(3, 6).toUInt(nullptr, 16);
