@@ -264,9 +264,30 @@ pic::Memory Generator::chipBefore(QStringList& how)
     return before;
 }
 
+// A file past QIODevice's 16 KiB read buffer, with CRs inside the lines around the buffer's end.
+QByteArray Generator::bigFile(QStringList& how)
+{
+    QList<QByteArray> lines{upper(0)};
+    const quint32 start = below(0x8000) & ~1u;
+    for (quint32 offset = 0; offset < 16 * 420; offset += 16)
+        lines << record(0, quint16(start + offset), bytes(16));
+    lines << QByteArray(":00000001FF");
+    QByteArray text = lines.join('\n') + '\n';
+    const int crs = 1 + int(below(4));
+    for (int i = 0; i < crs; ++i)
+        text.insert(16384 - 40 + int(below(80)), '\r');
+    how << QStringLiteral("big file with %1 CRs around 16 KiB").arg(crs);
+    return text;
+}
+
 Case Generator::next()
 {
     Case c;
+    if (chance(1)) {
+        c.text = bigFile(c.how);
+        c.before = pic::blankChip();
+        return c;
+    }
     QList<QByteArray> lines;
     if (!m_seeds.isEmpty() && chance(50)) {
         const int pick = int(below(quint32(m_seeds.size())));

@@ -42,6 +42,7 @@ private:
     bool chance(int percent) { return below(100) < quint32(percent); }
     QByteArray bytes(int count);
     QList<QByteArray> madeFile(QStringList& how);
+    QByteArray bigFile(QStringList& how);
     void mutate(QList<QByteArray>& lines, QStringList& how);
     QByteArray joined(const QList<QByteArray>& lines, QStringList& how);
     pic::Memory chipBefore(QStringList& how);

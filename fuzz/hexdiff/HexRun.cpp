@@ -193,11 +193,15 @@ QByteArray shrinkByLines(const QByteArray& hexText, const pic::Memory& before)
         lines << hexText.mid(from, next - from);
         from = next;
     }
-    for (int i = lines.size() - 1; i >= 0; --i) {
-        QList<QByteArray> fewer = lines;
-        fewer.removeAt(i);
-        if (kind(fewer.join()) == wanted)
-            lines = fewer;
+    // Runs of lines, halving the run length, the last run first; a budget keeps big files cheap.
+    int budget = 60;
+    for (int run = qMax(1, lines.size() / 2); run >= 1 && budget > 0; run /= 2) {
+        for (int i = lines.size() - run; i >= 0 && budget > 0; --budget) {
+            QList<QByteArray> fewer = lines.mid(0, i) + lines.mid(i + run);
+            if (kind(fewer.join()) == wanted)
+                lines = fewer;
+            i = qMin(i, lines.size()) - run;
+        }
     }
     return lines.join();
 }

@@ -43,7 +43,7 @@ Outcome onUpdater(const QByteArray& hexText, const pic::Memory& before, Erase er
 // What differs, one line each; empty when the two agree.
 QStringList differences(const Outcome& predicted, const Outcome& updater);
 
-// Drops lines while the file still disagrees (the same first difference kind), the last line first.
+// Drops runs of lines while the file still disagrees (the same first difference kind), within a budget.
 QByteArray shrinkByLines(const QByteArray& hexText, const pic::Memory& before);
 
 } // namespace hexdiff

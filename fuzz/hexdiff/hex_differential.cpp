@@ -82,7 +82,8 @@ int main(int argc, char** argv)
         if (differ.isEmpty())
             continue;
         ++disagreements;
-        const QByteArray shrunk = hexdiff::shrinkByLines(c.text, c.before);
+        // A systematic fault disagrees on many files: the first ones shrunk are enough to see it.
+        const QByteArray shrunk = disagreements <= 20 ? hexdiff::shrinkByLines(c.text, c.before) : c.text;
         const QStringList still = hexdiff::differences(hexdiff::predicted(shrunk, c.before), hexdiff::onUpdater(shrunk, c.before));
         const QString base = QStringLiteral("%1/%2-file%3").arg(outDir).arg(seed).arg(n);
         QDir().mkpath(outDir);
