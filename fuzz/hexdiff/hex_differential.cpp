@@ -1,6 +1,7 @@
 // The HEX differential: generated Intel HEX files, each predicted by the package tool (pic::program) and
 // programmed by the updater's own PicProgrammer into the PIC18F4620 model, in-process on a virtual clock.
 //   hex-differential [--files N] [--seed S] [--out DIR] [--erase-every K] [--seeds DIR]...
+//   hex-differential --check FILE.hex...   (one file each, FILE.before beside it for the chip's state)
 // Every Kth file (default 200) runs the erase's blank check over the lines as the updater does; the others
 // take it from the model. Prints the rate and ends with "N files, D disagreements (seed S)"; exit 1 on any
 // disagreement, each saved, shrunk by lines, under DIR (default out/hex-differential) with what differed.
@@ -11,6 +12,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QRegularExpression>
 
 #include <cstdio>
 
@@ -24,9 +26,43 @@ bool writeFile(const QString& path, const QByteArray& data)
 
 int usage()
 {
-    std::fprintf(stderr,
-                 "usage: hex-differential [--files N] [--seed S] [--out DIR] [--erase-every K] [--seeds DIR]...\n");
+    std::fprintf(stderr, "usage: hex-differential [--files N] [--seed S] [--out DIR] [--erase-every K] [--seeds DIR]...\n"
+                         "       hex-differential --check FILE.hex...\n");
     return 2;
+}
+
+// Replays saved files: the prediction and the updater side by side.
+int check(const QStringList& paths)
+{
+    hexdiff::setUp();
+    int disagreements = 0;
+    for (const QString& path : paths) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            std::fprintf(stderr, "hex-differential: cannot read %s\n", qPrintable(path));
+            return 2;
+        }
+        pic::Memory before = pic::blankChip();
+        QFile state(QString(path).replace(QRegularExpression(QStringLiteral("\\.hex$")), QStringLiteral(".before")));
+        if (state.exists()) {
+            const QByteArray bytes = state.open(QIODevice::ReadOnly) ? state.readAll() : QByteArray();
+            if (bytes.size() != before.flash.size() + before.config.size()) {
+                std::fprintf(stderr, "hex-differential: %s is not a chip state (64 KiB flash, 14 configuration bytes)\n",
+                             qPrintable(state.fileName()));
+                return 2;
+            }
+            before.flash = bytes.left(before.flash.size());
+            before.config = bytes.mid(before.flash.size());
+        }
+        const QByteArray text = file.readAll();
+        const hexdiff::Outcome predicted = hexdiff::predicted(text, before);
+        const hexdiff::Outcome updater = hexdiff::onUpdater(text, before);
+        const QStringList differ = hexdiff::differences(predicted, updater);
+        std::printf("%s: programmed %s, stops at line %d: %s\n", qPrintable(path), updater.programmed ? "yes" : "no",
+                    updater.stoppedAtLine, differ.isEmpty() ? "agrees" : qPrintable(differ.join(QStringLiteral("; "))));
+        disagreements += differ.isEmpty() ? 0 : 1;
+    }
+    return disagreements ? 1 : 0;
 }
 
 } // namespace
@@ -40,6 +76,8 @@ int main(int argc, char** argv)
     QString outDir = QStringLiteral("out/hex-differential");
     QStringList seedFolders;
     const QStringList args = app.arguments();
+    if (args.value(1) == QLatin1String("--check"))
+        return args.size() > 2 ? check(args.mid(2)) : usage();
     for (int i = 1; i < args.size(); ++i) {
         const QString& a = args[i];
         const bool hasValue = i + 1 < args.size();
