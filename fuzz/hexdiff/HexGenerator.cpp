@@ -17,9 +17,14 @@ struct Region
     quint32 from, to; // [from, to)
 };
 const Region regions[] = {
-    {"flash", 0x0000, 0x10000},       {"flash edge", 0xFFC0, 0x10000}, {"above 64 KB", 0x10000, 0x10400},
-    {"ID locations", 0x200000, 0x200008}, {"configuration", 0x300000, 0x30000E},
-    {"past configuration", 0x30000E, 0x300040}, {"EEPROM", 0xF00000, 0xF00400}, {"boot block", 0x0000, 0x0800},
+    {"flash", 0x0000, 0x10000},
+    {"flash edge", 0xFFC0, 0x10000},
+    {"above 64 KB", 0x10000, 0x10400},
+    {"ID locations", 0x200000, 0x200008},
+    {"configuration", 0x300000, 0x30000E},
+    {"past configuration", 0x30000E, 0x300040},
+    {"EEPROM", 0xF00000, 0xF00400},
+    {"boot block", 0x0000, 0x0800},
 };
 
 QByteArray hex2(quint32 value)
@@ -52,7 +57,8 @@ QVector<QByteArray> readSeeds(const QStringList& folders)
 {
     QVector<QByteArray> seeds;
     for (const QString& folder : folders) {
-        for (const QFileInfo& entry : QDir(folder).entryInfoList({QStringLiteral("*.hex")}, QDir::Files, QDir::Name)) {
+        for (const QFileInfo& entry :
+             QDir(folder).entryInfoList({QStringLiteral("*.hex")}, QDir::Files, QDir::Name)) {
             QFile file(entry.filePath());
             if (file.open(QIODevice::ReadOnly))
                 seeds << file.readAll();
@@ -111,8 +117,10 @@ void Generator::mutate(QList<QByteArray>& lines, QStringList& how)
         lines << QByteArray(":00000001FF");
     const int at = int(below(quint32(lines.size())));
     QByteArray& line = lines[at];
-    const auto named = [&](const char* what) { how << QStringLiteral("%1 at line %2").arg(QLatin1String(what)).arg(at + 1); };
-    switch (below(20)) {
+    const auto named = [&](const char* what) {
+        how << QStringLiteral("%1 at line %2").arg(QLatin1String(what)).arg(at + 1);
+    };
+    switch (below(22)) {
     case 0: // a wrong checksum
         if (line.size() >= 2) {
             line.chop(2);
@@ -127,7 +135,8 @@ void Generator::mutate(QList<QByteArray>& lines, QStringList& how)
     case 2: { // an odd (or any) address for the same data
         const int length = line.mid(1, 2).toInt(nullptr, 16);
         const QByteArray data = QByteArray::fromHex(line.mid(9, 2 * length));
-        const quint16 offset = quint16(line.mid(3, 4).toUInt(nullptr, 16) + (chance(50) ? 1 : below(0x10000)));
+        const quint16 offset =
+            quint16(line.mid(3, 4).toUInt(nullptr, 16) + (chance(50) ? 1 : below(0x10000)));
         line = record(quint8(line.mid(7, 2).toUInt(nullptr, 16)), offset, data);
         named("address moved");
         break;
@@ -216,13 +225,20 @@ void Generator::mutate(QList<QByteArray>& lines, QStringList& how)
         named("line cut");
         break;
     case 17:
-        line = (chance(50) ? QByteArray(" ") : QByteArray()) + line + (chance(50) ? QByteArray(" \t") : QByteArray("\r"));
+        line = (chance(50) ? QByteArray(" ") : QByteArray()) + line +
+               (chance(50) ? QByteArray(" \t") : QByteArray("\r"));
         named("blanks around");
         break;
     case 18: // ID locations or EEPROM
         lines.insert(at, record(0, quint16(below(16)), bytes(1 + int(below(16)))));
         lines.insert(at, upper(chance(50) ? 0x20 : 0xF0));
         named(chance(50) ? "ID or EEPROM record" : "EEPROM or ID record");
+        break;
+    case 20: // a hex digit changed anywhere: length, address, type, data or checksum
+        if (line.size() > 1) {
+            line[1 + int(below(quint32(line.size() - 1)))] = "0123456789ABCDEF"[below(16)];
+            named("digit changed");
+        }
         break;
     default: // an empty record of another type, which the programmer skips
         lines.insert(at, record(quint8(below(6)), quint16(below(0x10000)), QByteArray()));
@@ -302,7 +318,7 @@ Case Generator::next()
     } else {
         lines = madeFile(c.how);
     }
-    const int mutations = chance(15) ? 0 : 1 + int(below(4));
+    const int mutations = chance(15) ? 0 : 1 + int(below(chance(20) ? 10 : 4));
     for (int i = 0; i < mutations; ++i)
         mutate(lines, c.how);
     c.text = joined(lines, c.how);

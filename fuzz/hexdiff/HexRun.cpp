@@ -135,7 +135,8 @@ Outcome onUpdater(const QByteArray& hexText, const pic::Memory& before, Erase er
     if (!out.programmed && !out.eraseFailed)
         out.stoppedAtLine = lineEndingAt(hexText, position);
     out.memory.flash = QByteArray(reinterpret_cast<const char*>(pic.flash().data()), int(pic.flash().size()));
-    out.memory.config = QByteArray(reinterpret_cast<const char*>(pic.config().data()), int(pic.config().size()));
+    out.memory.config =
+        QByteArray(reinterpret_cast<const char*>(pic.config().data()), int(pic.config().size()));
     out.rowWrites = int(pic.counters().rowsWritten);
     out.configWrites = int(pic.counters().configWrites);
     const auto untouched = [](const std::vector<std::uint8_t>& cells) {
@@ -172,7 +173,8 @@ QStringList differences(const Outcome& predicted, const Outcome& updater)
                    .arg(predicted.configWrites)
                    .arg(updater.configWrites);
     if (predicted.untouchedWritten != updater.untouchedWritten)
-        out << QStringLiteral("written by the updater: %1").arg(updater.untouchedWritten.join(QStringLiteral(", ")));
+        out << QStringLiteral("written by the updater: %1")
+                   .arg(updater.untouchedWritten.join(QStringLiteral(", ")));
     return out;
 }
 

@@ -42,9 +42,10 @@ QString disagreement(const QByteArray& text, const pic::Memory& before, const QS
 {
     const QStringList differ =
         hexdiff::differences(hexdiff::predicted(text, before), hexdiff::onUpdater(text, before));
-    return differ.isEmpty() ? QString()
-                            : QStringLiteral("%1\n%2\n  %3")
-                                  .arg(what, QString::fromLatin1(text.left(2000)), differ.join(QStringLiteral("\n  ")));
+    return differ.isEmpty()
+               ? QString()
+               : QStringLiteral("%1\n%2\n  %3")
+                     .arg(what, QString::fromLatin1(text.left(2000)), differ.join(QStringLiteral("\n  ")));
 }
 
 } // namespace
@@ -74,9 +75,9 @@ private slots:
             << QByteArray(":020\r00040020DA\n:08000000A54DCA182530BB1DF7\n");
         QTest::newRow("CR inside a later line is kept")
             << QByteArray(":020000040030CA\n:03000\r:020000047A641C\n");
-        QTest::newRow("CRs inside the first and a later line")
-            << QByteArray(":020000040000FA\r:22003B0000FF00FF0000FF00000000FFFF00FF00FFFF000000000000FF000000FFFF00"
-                          "000000AE\n:0C790\r:0FAC3700FF00FFFF0000000000FF000000FF0013\n");
+        QTest::newRow("CRs inside the first and a later line") << QByteArray(
+            ":020000040000FA\r:22003B0000FF00FF0000FF00000000FFFF00FF00FFFF000000000000FF000000FFFF00"
+            "000000AE\n:0C790\r:0FAC3700FF00FFFF0000000000FF000000FF0013\n");
         QTest::newRow("CR in the line over the 16 KiB read buffer's end is dropped") << overTheBufferEnd();
     }
 
@@ -98,7 +99,8 @@ private slots:
         for (int n = 1; n <= files; ++n) {
             const hexdiff::Case c = generator.next();
             const QString differ = disagreement(
-                c.text, c.before, QStringLiteral("file %1 of seed 2126: %2").arg(n).arg(c.how.join(QStringLiteral("; "))));
+                c.text, c.before,
+                QStringLiteral("file %1 of seed 2126: %2").arg(n).arg(c.how.join(QStringLiteral("; "))));
             if (!differ.isEmpty())
                 failures << differ;
         }
@@ -113,7 +115,8 @@ private slots:
     // outcome is the same, also on a chip whose earlier firmware protected blocks and configuration.
     void eraseShortcutChangesNothing()
     {
-        const QByteArray text = hexdiff::readSeeds({QStringLiteral(PROJECT_SOURCE_DIR "/fuzz/corpus/hex")}).value(0);
+        const QByteArray text =
+            hexdiff::readSeeds({QStringLiteral(PROJECT_SOURCE_DIR "/fuzz/corpus/hex")}).value(0);
         QVERIFY(!text.isEmpty());
         pic::Memory before = pic::blankChip();
         before.config[0x08] = char(0x00); // CP0..CP3

@@ -3,7 +3,6 @@
 #include "IntelHex.h"
 #include "Pic18f4620Config.h"
 
-
 namespace pic {
 namespace {
 
