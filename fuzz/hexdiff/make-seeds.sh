@@ -85,4 +85,4 @@ asm odd-bytes <<'ASM'
     end
 ASM
 rm -f "$seeds"/*.cod "$seeds"/*.lst
-ls "$seeds" | wc -l | xargs echo "seeds written:"
+echo "seeds written: $(find "$seeds" -name "*.hex" | wc -l)"
