@@ -6,7 +6,7 @@ repo=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build="${1:-$repo/build-native}"
 bash "$repo/scripts/setup.sh"
 cmake -S "$repo" -B "$build" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-cmake --build "$build" -j 2 --target updater sim-instrument probe bench_gpio bench_esa bench_pic update-package bench_payload >&2
+cmake --build "$build" -j 2 --target updater sim-instrument probe bench_gpio bench_esa bench_pic update-package bench_payload hex-differential >&2
 build=$(cd "$build" && pwd)
 details="$repo/out/bench"
 mkdir -p "$details"
@@ -24,6 +24,7 @@ run pic bash "$repo/bench/pic/run.sh" "$build"
 run packagetool bash "$repo/bench/packagetool/run.sh" "$build"
 run preview bash "$repo/bench/preview/run.sh" "$build"
 run instrument bash "$repo/bench/instrument/run.sh" "$build" 30
+run hexdiff "$build/fuzz/hexdiff/hex-differential" --files 5000 --seed 1 --out "$details/hex-differential"
 
 field() { grep -m1 "$2" "$details/$1.txt" || echo "(missing: see $details/$1.txt)"; }
 startup=$(field startup 'first painted menu' | sed -E 's/.*median ([0-9.]+) ms.*/\1 ms/')
@@ -61,5 +62,7 @@ printf '| packages on the virtual instrument, one batch, no PIC line | %s per mi
     "$(field instrument '^batch of' | sed -E 's/.* ([0-9.]+) packages per minute.*/\1/')"
 printf '| one job of the sample package as preview runs it | %s | |\n' \
     "$(field instrument '^one job' | sed -E 's/.*: ([0-9.]+ s)$/\1/')"
+printf '| HEX files through the tool'"'"'s prediction and the updater'"'"'s programmer on the PIC model, in-process | %s | thousands |\n' \
+    "$(field hexdiff 'files per minute' | sed -E 's/ \(.*//')"
 echo
 echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), $(uname -r), load $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -3,8 +3,6 @@
 #include "IntelHex.h"
 #include "Pic18f4620Config.h"
 
-#include <QBuffer>
-
 namespace pic {
 namespace {
 
@@ -35,6 +33,7 @@ public:
         const chip::CodeBlock* block = chip::codeBlock(address);
         if (!block || protectedBy(block->cp()) || protectedBy(block->wrt()))
             return;
+        ++rowWrites;
         for (int i = 0; i < bytes.size() && address + quint32(i) < flashSize; ++i) {
             const int at = int(address) + i;
             m.flash[at] = char(quint8(m.flash.at(at)) & quint8(bytes[i]));
@@ -45,6 +44,7 @@ public:
     {
         if (protectedBy(chip::WRTC))
             return;
+        ++configWrites;
         const quint32 offset = address - chip::configAddress;
         const quint8 cell = quint8(m.config.at(int(offset)));
         const quint8 oneWay = offset >= chip::protectionOffset ? chip::configBytes[offset].implemented : 0;
@@ -61,6 +61,52 @@ public:
     }
 
     Memory m;
+    int rowWrites = 0;
+    int configWrites = 0;
+};
+
+// The HEX file line by line as the programmer's QFile gives it in text mode. QIODevice strips CRs in two
+// ways: a line read from its buffer loses only the CR of a final CR LF, while a line (or the rest of one)
+// read while the buffer is empty comes byte by byte through read(), which drops every CR. The buffer is
+// empty at the start and whenever a 16 KiB chunk of the file has been used up, so the first line, and the
+// line that runs over each chunk's end, lose all their CRs; the others keep any that is not final.
+class TextModeFile
+{
+public:
+    explicit TextModeFile(const QByteArray& bytes) : m_bytes(bytes) {}
+    bool atEnd() const { return m_pos >= m_bytes.size(); }
+
+    QByteArray readLine()
+    {
+        QByteArray line;
+        if (m_pos < m_buffered) {
+            const int newline = m_bytes.indexOf('\n', m_pos);
+            const int end = newline >= 0 && newline < m_buffered ? newline + 1 : m_buffered;
+            line = m_bytes.mid(m_pos, end - m_pos);
+            m_pos = end;
+        }
+        if (!line.endsWith('\n')) {
+            while (m_pos < m_bytes.size()) {
+                if (m_pos == m_buffered)
+                    m_buffered = qMin(m_pos + chunk, m_bytes.size());
+                const char c = m_bytes[m_pos++];
+                if (c == '\r')
+                    continue;
+                line += c;
+                if (c == '\n')
+                    break;
+            }
+        }
+        if (line.endsWith("\r\n"))
+            line.replace(line.size() - 2, 2, "\n");
+        return line;
+    }
+
+private:
+    static constexpr int chunk = 16384; // QIODevice's read buffer
+    const QByteArray& m_bytes;
+    int m_pos = 0;
+    int m_buffered = 0; // the buffer holds [m_pos, m_buffered)
 };
 
 QString regionRule(quint64 start)
@@ -104,13 +150,12 @@ Result program(const QByteArray& hexText, const Memory& before)
     Result result;
     Chip pic(before);
     pic.bulkErase();
-    QByteArray text = hexText;
-    QBuffer file(&text);
-    file.open(QIODevice::ReadOnly | QIODevice::Text);
+    TextModeFile file(hexText);
     const auto note = [&](const QString& rule, int line, const QString& message) {
         result.notes.push_back({rule, line, message});
     };
     quint32 extended = 0;
+    QByteArray buffer(recordBuffer, '\0'); // the programmer's record buffer, zeroed with the programmer
     int lineNumber = 0;
     result.programmed = true;
     while (!file.atEnd()) {
@@ -130,14 +175,14 @@ Result program(const QByteArray& hexText, const Memory& before)
                      .arg(recordBuffer));
             break;
         }
-        QByteArray data;
         for (uint i = 0; i < len; ++i)
-            data.append(char(line.mid(9 + 2 * int(i), 2).toUInt(nullptr, 16)));
+            buffer[int(i)] = char(line.mid(9 + 2 * int(i), 2).toUInt(nullptr, 16));
+        const QByteArray data = buffer.left(int(len));
         const quint8 type = quint8(address & 0xFF);
         if (type == 4) {
-            extended =
-                quint32(quint8(data.size() > 0 ? data[0] : 0) * 256 + quint8(data.size() > 1 ? data[1] : 0))
-                << 16;
+            // The upper address is the first two bytes of the record buffer, whatever the record's length:
+            // a shorter record leaves the earlier record's bytes there.
+            extended = quint32(quint8(buffer[0]) * 256 + quint8(buffer[1])) << 16;
             continue;
         }
         if (len == 0)
@@ -214,6 +259,8 @@ Result program(const QByteArray& hexText, const Memory& before)
         result.written.push_back({start, quint32(end)});
     }
     result.memory = pic.m;
+    result.rowWrites = pic.rowWrites;
+    result.configWrites = pic.configWrites;
     return result;
 }
 

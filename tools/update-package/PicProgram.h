@@ -39,6 +39,8 @@ struct Result
     int stoppedAtLine = 0;   // the HEX line whose record ended the run (0: it ran to the end)
     Memory memory;           // after erase and programming
     QVector<Range> written;  // program memory records written and verified
+    int rowWrites = 0;       // 64-byte rows the chip programmed (protected rows are not)
+    int configWrites = 0;    // configuration bytes the chip took (none while WRTC protects them)
     QVector<Note> notes;     // what the programmer does that the file did not mean
 };
 
