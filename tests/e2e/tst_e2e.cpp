@@ -235,7 +235,8 @@ private slots:
         QTest::newRow("NAND kernel and root image")
             << "stick"
             << "nand"
-            << QStringList{"Updating root image with file: /rootfs.ubi", "Update complete, restart the system"}
+            << QStringList{"Updating root image with file: /rootfs.ubi",
+                           "Update complete, restart the system"}
             << QStringList{"run flash_eraseall /dev/mtd1", "run ubiformat /dev/mtd1 -f /tmp/rootfs.ubi"};
     }
 

@@ -34,10 +34,12 @@ const QVector<Case>& cases()
     static const QVector<Case> all{
         // The updater runs from /usr/bin/updater: before a remount its rm meets a read-only root, and
         // its copy over itself meets a file that is being run.
-        {"updater over the running updater", "UPDATER:/usr/bin/updater\n",
+        {"updater over the running updater",
+         "UPDATER:/usr/bin/updater\n",
          {{"usr/bin/updater", "#!/bin/sh\n", 0755}}},
         // After a remount the running updater's file can be removed and a new one copied in its place.
-        {"updater after a remount", "FILE:/etc/a.conf\nUPDATER:/usr/bin/updater\n",
+        {"updater after a remount",
+         "FILE:/etc/a.conf\nUPDATER:/usr/bin/updater\n",
          {{"etc/a.conf", "a\n"}, {"usr/bin/updater", "#!/bin/sh\n", 0755}}},
         // rm -r /lib/modules/ goes through the /lib link: the whole tree below /usr/lib/modules is gone,
         // and the missing archive brings nothing back.
@@ -48,9 +50,11 @@ const QVector<Case>& cases()
         // /home is a file system of its own, writable from the start: with the root's remount failed
         // the application is still copied.
         // The instrument starts the updater in /: a path without its leading slash still names the file.
-        {"updater by a relative path", "FILE:/etc/a.conf\nUPDATER:usr/bin/updater\n",
+        {"updater by a relative path",
+         "FILE:/etc/a.conf\nUPDATER:usr/bin/updater\n",
          {{"etc/a.conf", "a\n"}}},
-        {"application after a failed remount", "SYSTEM:EMMC\nAPP:/mainApp\n",
+        {"application after a failed remount",
+         "SYSTEM:EMMC\nAPP:/mainApp\n",
          {{"mainApp", "#!/bin/sh\n", 0755}}},
     };
     return all;

@@ -151,7 +151,8 @@ private slots:
         const QString module = "mkdir -p t/usr/lib/modules/4.19.0-instrument/extra && echo m > "
                                "t/usr/lib/modules/4.19.0-instrument/extra/k.ko && ";
         QTest::newRow("the mode of the root folder")
-            << "FILE:/etc/x.conf\nMODULES:/modules.tar\n" << module + "chmod 700 t && tar -cf \"$1\" -C t ."
+            << "FILE:/etc/x.conf\nMODULES:/modules.tar\n"
+            << module + "chmod 700 t && tar -cf \"$1\" -C t ."
             << "line 2: /: the folder's mode and owner changed from 0755 0:0 to 0700 0:0";
         QTest::newRow("a link of the root replaced")
             << "FILE:/etc/x.conf\nMODULES:/modules.tar\n"
@@ -159,7 +160,8 @@ private slots:
                "t/lib/modules/4.19.0-instrument/extra/k.ko && tar -cf \"$1\" -C t lib"
             << "line 2: /lib: the link to usr/lib was replaced by a folder";
         QTest::newRow("a file written through a link")
-            << "FILE:/etc/os-release\n" << QString()
+            << "FILE:/etc/os-release\n"
+            << QString()
             << "line 1: /usr/lib/os-release: written, though no line names it (a write through a link?)";
     }
 
@@ -169,8 +171,7 @@ private slots:
         QFETCH(QString, modules);
         QFETCH(QString, damage);
         const QString name = QString(QTest::currentDataTag()).replace(' ', '-');
-        const QString folder =
-            m_base.variant(name, config, {{"etc/os-release", {"ID=instrument\n"}}});
+        const QString folder = m_base.variant(name, config, {{"etc/os-release", {"ID=instrument\n"}}});
         if (!modules.isEmpty()) {
             const QString scratch = m_base.dir.path() + "/modules-" + name;
             QVERIFY(QDir().mkpath(scratch));
@@ -179,8 +180,9 @@ private slots:
         }
         const QString package = m_base.pack(folder, name + "M_firmware_update_1.tar.bz2");
         QVERIFY(!package.isEmpty());
-        const Run preview = run("setsid", {tool, "preview", package, "--out", m_base.dir.path() + "/d-" + name},
-                                QString(), 10 * 60 * 1000);
+        const Run preview =
+            run("setsid", {tool, "preview", package, "--out", m_base.dir.path() + "/d-" + name}, QString(),
+                10 * 60 * 1000);
         const QString report = preview.out + preview.err;
         QVERIFY2(report.contains("\n0 differences,"), qPrintable(report));
         QVERIFY2(report.contains("== changes of the instrument's root that no line asks for\n"),

@@ -1,8 +1,9 @@
 // The virtual instrument's root against the instrument's: the real updater in sim/sandbox, started at its
-// installed path and given F3 F1 by the technician, installs packages made by real tar holding what engineers'
-// packages hold (owners of their own accounts, device nodes, odd folder modes, paths through links on the
-// root) and must do what the instrument does, where the updater runs as root with the image's own tar and cp.
-// Each case reads the sandbox's record of the root: $SIM_STATE/rootfs, tmp and home are the upper layers of
+// installed path and given F3 F1 by the technician, installs packages made by real tar holding what
+// engineers' packages hold (owners of their own accounts, device nodes, odd folder modes, paths through links
+// on the root) and must do what the instrument does, where the updater runs as root with the image's own tar
+// and cp. Each case reads the sandbox's record of the root: $SIM_STATE/rootfs, tmp and home are the upper
+// layers of
 // /, /tmp and /home.
 #include "../support/TestFiles.h"
 #include "VirtualInstrument.h"

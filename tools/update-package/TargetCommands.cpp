@@ -433,9 +433,14 @@ namespace {
 // archive cut inside a member's header ends quietly before that member.
 QByteArray wholeBlocks(const QByteArray& data)
 {
-    static const QVector<QByteArray> compressed{QByteArray("\x1f\x8b"), QByteArray("BZh"),
-                                                QByteArray("\xfd" "7zXZ", 5), QByteArray("\x28\xb5\x2f\xfd"),
-                                                QByteArray("LZIP"), QByteArray("\x1f\x9d")};
+    static const QVector<QByteArray> compressed{QByteArray("\x1f\x8b"),
+                                                QByteArray("BZh"),
+                                                QByteArray("\xfd"
+                                                           "7zXZ",
+                                                           5),
+                                                QByteArray("\x28\xb5\x2f\xfd"),
+                                                QByteArray("LZIP"),
+                                                QByteArray("\x1f\x9d")};
     for (const QByteArray& magic : compressed)
         if (data.startsWith(magic))
             return data;
