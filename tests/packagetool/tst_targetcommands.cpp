@@ -139,6 +139,9 @@ QString tarOf(const QString& name, const QString& members)
                "        elif kind == 'd': i.type = tarfile.DIRTYPE; t.addfile(i)\n"
                "        elif kind == 'l': i.type = tarfile.SYMTYPE; i.linkname = data; t.addfile(i)\n"
                "        elif kind == 'h': i.type = tarfile.LNKTYPE; i.linkname = data; t.addfile(i)\n"
+               "        elif kind == 'c': i.type = tarfile.CHRTYPE; i.devmajor, i.devminor = 5, 1; "
+               "t.addfile(i)\n"
+               "        elif kind == 'p': i.type = tarfile.FIFOTYPE; t.addfile(i)\n"
                "EOF\n")
         .arg(name, members);
 }
@@ -246,6 +249,9 @@ private slots:
         QTest::newRow("tar: a link member over folders")
             << tree + "mkdir x/empty x/full; echo i > x/full/in; " +
                    tarOf("a.tar", "('empty', 'l', 'usr', 0o777, 'root'), ('full', 'l', 'usr', 0o777, 'root')")
+            << "tar -xf $R/a.tar -C $R/x";
+        QTest::newRow("tar: a device node and a fifo")
+            << tree + tarOf("a.tar", "('console', 'c', '', 0o600, 'root'), ('pipe', 'p', '', 0o644, 'root')")
             << "tar -xf $R/a.tar -C $R/x";
         QTest::newRow("tar: not an archive") << tree + "echo text > a.tar; "
                                              << "tar -xf $R/a.tar -C $R/x";

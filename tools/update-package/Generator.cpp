@@ -80,7 +80,10 @@ void Maker::add(const QString& path, char type, const QByteArray& data, uint mod
         if (!present)
             m_package.members.push_back({folder, 'd', {}, {}, 0755});
     }
-    m_package.members.push_back({top + parts.join('/'), type, data, link, mode});
+    // Packed by an engineer's own account as often as by root, now and then with owners the instrument
+    // has no name for.
+    const QString owner = one(QVector<QString>{"root", "root", "engineer", QString()});
+    m_package.members.push_back({top + parts.join('/'), type, data, link, mode, owner});
 }
 
 QString Maker::argument(const QString& path)
@@ -375,6 +378,8 @@ Package Maker::make()
     add(QStringLiteral("/update_config"), 'f', encoded(list));
     if (chance(10))
         add(QStringLiteral("/spare.bin"), 'f', bytes(pick(64)));
+    if (chance(5)) // a device node, which tar as root creates
+        add(QStringLiteral("/console"), 'c', {}, 0600);
     archiveFaults();
     m_package.lines = m_lines.size();
     return m_package;
@@ -417,7 +422,10 @@ QByteArray pack(const Package& package)
         archive_entry_set_perm(e.get(), mode_t(m.mode));
         archive_entry_set_uname(e.get(), m.owner.toUtf8().constData());
         archive_entry_set_gname(e.get(), m.owner.toUtf8().constData());
-        const int id = m.owner == QLatin1String("root") ? 0 : 1234;
+        const int id = m.owner == QLatin1String("root")       ? 0
+                       : m.owner == QLatin1String("engineer") ? 1000
+                       : m.owner.isEmpty()                    ? 4242
+                                                              : 1234;
         archive_entry_set_uid(e.get(), id);
         archive_entry_set_gid(e.get(), id);
         archive_entry_set_mtime(e.get(), 1700000000, 0);
@@ -428,6 +436,11 @@ QByteArray pack(const Package& package)
         case 'l':
             archive_entry_set_filetype(e.get(), AE_IFLNK);
             archive_entry_set_symlink(e.get(), m.link.toUtf8().constData());
+            break;
+        case 'c':
+            archive_entry_set_filetype(e.get(), AE_IFCHR);
+            archive_entry_set_rdevmajor(e.get(), 5);
+            archive_entry_set_rdevminor(e.get(), 1);
             break;
         case 'h':
             archive_entry_set_filetype(e.get(), AE_IFREG);

@@ -14,11 +14,13 @@ namespace generate {
 struct Member
 {
     QString name;    // as stored in the archive (./, absolute names and '..' included)
-    char type = 'f'; // f file, d folder, l link, h hard link
+    char type = 'f'; // f file, d folder, l link, h hard link, c character device (5, 1)
     QByteArray data;
     QString link;
     uint mode = 0644;
-    QString owner = QStringLiteral("root"); // user and group name; other names get the number 1234
+    // User and group: "root" (0), "engineer" (1000, an engineer's own account), "builder" (1234), or
+    // empty: the number 4242 with no name.
+    QString owner = QStringLiteral("root");
 };
 
 struct Package

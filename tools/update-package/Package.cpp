@@ -112,6 +112,7 @@ bool readEntries(archive* a, const QString& path, Package& pkg, QString& error)
         entry.name = normalised(entry.rawName);
         const bool hardlink = archive_entry_hardlink(header) != nullptr;
         entry.type = typeOf(archive_entry_filetype(header), hardlink);
+        entry.fileType = entry.type == EntryType::Other ? uint(archive_entry_filetype(header)) : 0u;
         entry.mode = int(archive_entry_perm(header));
         entry.size = archive_entry_size(header);
         entry.uid = uint(archive_entry_uid(header));
@@ -215,6 +216,7 @@ std::optional<Package> readFolder(const QString& path, QString& error)
         Entry entry;
         entry.name = topFolder + '/' + relative;
         entry.type = typeOf(st.st_mode, false);
+        entry.fileType = entry.type == EntryType::Other ? uint(st.st_mode & S_IFMT) : 0u;
         entry.rawName = entry.name + (entry.type == EntryType::Directory ? QStringLiteral("/") : QString());
         entry.uname = entry.gname = QStringLiteral("root"); // what build writes
         entry.mode = int(st.st_mode & 07777);

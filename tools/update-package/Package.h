@@ -34,7 +34,8 @@ struct Entry
     QString link; // target of a link
     uint uid = 0, gid = 0;
     QString uname, gname;
-    QByteArray data; // the contents, when size <= keepLimit
+    uint fileType = 0; // of an Other entry: S_IFCHR, S_IFBLK, S_IFIFO or S_IFSOCK
+    QByteArray data;   // the contents, when size <= keepLimit
     QByteArray sha256;
     bool truncated = false; // the archive ends inside the data: `size` and `data` are what it holds
     bool kept() const { return type == EntryType::File && size <= keepLimit; }

@@ -8,6 +8,7 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <functional>
+#include <sys/stat.h>
 
 namespace target {
 namespace {
@@ -405,7 +406,10 @@ Outcome extract(const package::Package& members, const QString& base, const QStr
             if (!clear("mknod"))
                 break;
             auto node = std::make_shared<Inode>();
-            node->kind = Kind::Fifo;
+            node->kind = member.fileType == S_IFCHR    ? Kind::CharDevice
+                         : member.fileType == S_IFBLK  ? Kind::BlockDevice
+                         : member.fileType == S_IFSOCK ? Kind::Socket
+                                                       : Kind::Fifo;
             node->mode = uint(member.mode);
             node->uid = uid;
             node->gid = gid;
