@@ -44,7 +44,10 @@ QStringList realListing(const QString& root)
             line += QStringLiteral(" file ") +
                     QCryptographicHash::hash(readAll(path), QCryptographicHash::Sha256).toHex().left(12);
         } else {
-            line += QStringLiteral(" other");
+            line += S_ISCHR(st.st_mode)    ? QStringLiteral(" char device")
+                    : S_ISBLK(st.st_mode)  ? QStringLiteral(" block device")
+                    : S_ISFIFO(st.st_mode) ? QStringLiteral(" fifo")
+                                           : QStringLiteral(" other");
         }
         out << line;
     }
@@ -69,7 +72,10 @@ QStringList modelListing(const rootfs::Tree& tree, const QString& root)
         else if (node->kind == rootfs::Kind::File)
             line += QStringLiteral(" file ") + QString::fromLatin1(node->sha256.toHex().left(12));
         else
-            line += QStringLiteral(" other");
+            line += node->kind == rootfs::Kind::CharDevice    ? QStringLiteral(" char device")
+                    : node->kind == rootfs::Kind::BlockDevice ? QStringLiteral(" block device")
+                    : node->kind == rootfs::Kind::Fifo        ? QStringLiteral(" fifo")
+                                                              : QStringLiteral(" other");
         out << line;
     }
     out.sort();
