@@ -181,8 +181,8 @@ private slots:
         const QString package = m_base.pack(folder, name + "M_firmware_update_1.tar.bz2");
         QVERIFY(!package.isEmpty());
         const Run preview =
-            run("setsid", {tool, "preview", package, "--out", m_base.dir.path() + "/d-" + name}, QString(),
-                10 * 60 * 1000);
+            run("setsid", {tool, "preview", package, "--out-dir", m_base.dir.path() + "/d-" + name},
+                QString(), 10 * 60 * 1000);
         const QString report = preview.out + preview.err;
         QVERIFY2(report.contains("\n0 differences,"), qPrintable(report));
         QVERIFY2(report.contains("== changes of the instrument's root that no line asks for\n"),
