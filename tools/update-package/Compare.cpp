@@ -166,10 +166,17 @@ Result compare(const predict::Prediction& p, const state::Snapshot& s)
                 return &l;
         return nullptr;
     };
+    // A change of the root no line predicted may be a script's own doing when a script ran (the unpacked
+    // package is the updater's alone).
+    const bool scriptRan =
+        std::any_of(p.lines.begin(), p.lines.end(), [](const predict::Line& l) { return l.scriptEffects; });
     const auto differ = [&](int line, const QString& what, const QString& predicted,
                             const QString& observed) {
         const predict::Line* l = lineOf(line);
-        const bool unsure = l && (l->uncertain || (what == QLatin1String("root") && l->scriptEffects));
+        const bool root = what == QLatin1String("root");
+        const bool unsure =
+            l ? l->uncertain || (root && l->scriptEffects)
+              : root && line == 0 && scriptRan && !observed.startsWith(QLatin1String("/tmp/firmware_update"));
         (unsure ? result.unsure : result.differences).push_back({line, what, predicted, observed});
     };
 
