@@ -15,7 +15,10 @@ struct Layout
 
 Layout locate()
 {
-    const QString binary = QCoreApplication::applicationDirPath();
+    // A program without an application object (a fuzz target) is found through the kernel instead.
+    const QString binary = QCoreApplication::instance()
+                               ? QCoreApplication::applicationDirPath()
+                               : QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/self/exe"))).path();
     const QDir installed(binary + QStringLiteral("/../lib/instrument-update-tools"));
     if (QFileInfo(installed.filePath(QStringLiteral("sim/sandbox"))).isFile()) {
         const QString folder = installed.canonicalPath();
