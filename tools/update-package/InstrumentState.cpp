@@ -199,7 +199,10 @@ private:
     {
         QStringList layers = m_layers;
         QString at;
+        bool folder = true; // what `at` names so far
         for (const QString& name : path.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
+            if (!folder)
+                return std::nullopt; // a name below something that is not a folder
             at += QLatin1Char('/') + name;
             QStringList below;
             for (const QString& layer : layers) {
@@ -209,8 +212,10 @@ private:
                 if (isWhiteout(*info))
                     break;
                 if (!S_ISDIR(info->st_mode)) {
-                    if (below.isEmpty())
+                    if (below.isEmpty()) {
                         below << layer;
+                        folder = false;
+                    }
                     break;
                 }
                 below << layer;
@@ -219,8 +224,6 @@ private:
             }
             if (below.isEmpty())
                 return std::nullopt;
-            if (!S_ISDIR(lstatOf(below.first() + at)->st_mode) && at.size() < path.size())
-                return std::nullopt; // a name below something that is not a folder
             layers = below;
         }
         return layers;
