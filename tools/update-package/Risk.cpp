@@ -17,7 +17,6 @@
 #include <QMap>
 #include <QTemporaryDir>
 #include <QTextStream>
-#include <QThread>
 
 #include <algorithm>
 #include <cstdio>
@@ -259,7 +258,8 @@ private:
         }
         // Two instruments side by side on a machine with two cores or more (nearly twice the jobs a
         // minute): the longest jobs first, each to the lane with less work so far.
-        const int laneCount = QThread::idealThreadCount() >= 2 && jobs.size() > 1 ? 2 : 1;
+        const QVector<int> cpus = instrument::usableCpus();
+        const int laneCount = cpus.size() >= 2 && jobs.size() > 1 ? 2 : 1;
         QVector<int> order(jobs.size());
         std::iota(order.begin(), order.end(), 0);
         std::stable_sort(order.begin(), order.end(),
@@ -274,7 +274,8 @@ private:
         std::mutex lock;
         QStringList errors;
         bool unavailable = false;
-        const auto runLane = [&](const QVector<int>& lane) {
+        const auto runLane = [&](int laneIndex) {
+            const QVector<int>& lane = lanes[laneIndex];
             QVector<instrument::Job> laneJobs;
             for (int i : lane)
                 laneJobs << jobs[i];
@@ -289,7 +290,7 @@ private:
                     else
                         errors << "cannot read a run's state: " + e;
                 },
-                error, {QString(), false}, &laneUnavailable);
+                error, {QString(), false, laneCount > 1 ? cpus[laneIndex] : -1}, &laneUnavailable);
             const std::lock_guard<std::mutex> guard(lock);
             if (!ran)
                 errors << error;
@@ -297,8 +298,8 @@ private:
         };
         std::thread second;
         if (laneCount > 1)
-            second = std::thread(runLane, lanes[1]);
-        runLane(lanes[0]);
+            second = std::thread(runLane, 1);
+        runLane(0);
         if (second.joinable())
             second.join();
         if (!errors.isEmpty()) {

@@ -10,6 +10,8 @@
 
 #include <memory>
 
+#include <sched.h>
+
 namespace instrument {
 namespace {
 
@@ -39,6 +41,18 @@ private:
 
 } // namespace
 
+QVector<int> usableCpus()
+{
+    QVector<int> cpus;
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    if (sched_getaffinity(0, sizeof set, &set) == 0)
+        for (int cpu = 0; cpu < CPU_SETSIZE; ++cpu)
+            if (CPU_ISSET(cpu, &set))
+                cpus << cpu;
+    return cpus;
+}
+
 QString defaultBuildDir()
 {
     return installation::buildDir();
@@ -59,6 +73,9 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
     QStringList args{installation::dataDir() + QStringLiteral("/scripts/technician.sh"), "--build", build};
     if (!options.screens)
         args << "--no-screens";
+    const int cpu = options.cpu >= 0 ? options.cpu : sched_getcpu();
+    if (cpu >= 0)
+        args << "--cpu" << QString::number(cpu);
     QStringList outs;
     for (int i = 0; i < jobs.size(); ++i) {
         const Job& job = jobs[i];
