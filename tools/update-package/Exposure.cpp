@@ -334,10 +334,9 @@ QVector<predict::Finding> orderFindings(const predict::Prediction& p, const Reor
         if (broken.isEmpty())
             message += QStringLiteral("move this line after line %1").arg(longLine);
         else
-            message +=
-                QStringLiteral("moving this line after line %1 would make %2 fail, so put a SCRIPT line "
-                               "whose script ends in sync right before line %3")
-                    .arg(QString::number(longLine), broken, QString::number(p.lines[w.first].number));
+            message += QStringLiteral("moving this line after line %1 would make %2, so put a SCRIPT line "
+                                      "whose script ends in sync right before line %3")
+                           .arg(QString::number(longLine), broken, QString::number(p.lines[w.first].number));
         findings.push_back({unbootable ? QStringLiteral("order-unbootable-window")
                                        : QStringLiteral("order-unrepairable-window"),
                             line.number, line.text, message});
