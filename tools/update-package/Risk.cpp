@@ -537,8 +537,8 @@ private:
                        .arg(worstWindow.seconds, 0, 'f', 2)
                        .arg(worstWindow.board, 0, 'f', 2);
         out << "as cut: the state the cut left; worst: with the write-back (files changed since the last "
-               "sync "
-               "may come back empty)\n"
+               "sync may come back empty, an SD-card kernel written since then with old and new sectors "
+               "mixed)\n"
             << exposure::boardSource << "\n";
         out.flush();
         if (m_options.json) {
