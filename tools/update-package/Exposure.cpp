@@ -139,10 +139,8 @@ QVector<Walked> walk(const predict::Prediction& p)
         for (const predict::Event& e : p.events) {
             const Writer* writer =
                 e.type == predict::Event::Type::Run && e.line == line.number ? writerOf(e.text) : nullptr;
-            // A cp or rm that fails has written nothing; tar and the flash tools may have done part.
             if (!writer || e.exit == predict::Exit::NotStarted ||
-                (e.exit == predict::Exit::Failure && !writer->partition &&
-                 writer->tool != QLatin1String("tar")))
+                (e.exit == predict::Exit::Failure && !writer->partOnFailure))
                 continue;
             for (const QString& target : targetsOf(e.text)) {
                 if (!writer->partition) {
@@ -209,26 +207,26 @@ QSet<QString> errorsOf(const predict::Prediction& p)
     return errors;
 }
 
+// The flash tools write a partition raw (the NAND keeps what it was given); sdimage writes the SD card
+// through its block device, which the kernel caches like the root file system.
+const std::vector<Writer>& writers()
+{
+    static const std::vector<Writer> table = {
+        {"cp", false, true, false, lastWord, asMeasured},
+        {"rm", false, true, false, operands, asMeasured},
+        {"tar", false, true, true, unpackFolder, asMeasured},
+        {"flash_eraseall", true, false, true, firstArgument, eraseSeconds},
+        {"nandwrite", true, false, true, firstArgument, pagesSeconds},
+        {"ubiformat", true, false, true, firstArgument, formatSeconds},
+        {"sdimage", true, true, true, sdCard, sdSeconds},
+    };
+    return table;
+}
+
 } // namespace
 
 const char* const boardSource = "board: NAND block erase 2 ms, page program 0.3 ms (typical SLC NAND data "
                                 "sheet), SD card 4 MB/s (speed class 4); the rest as measured";
-
-const std::vector<Writer>& writers()
-{
-    // The flash tools write a partition raw (the NAND keeps what it was given); sdimage writes the SD card
-    // through its block device, which the kernel caches like the root file system.
-    static const std::vector<Writer> table = {
-        {"cp", false, true, lastWord, asMeasured},
-        {"rm", false, true, operands, asMeasured},
-        {"tar", false, true, unpackFolder, asMeasured},
-        {"flash_eraseall", true, false, firstArgument, eraseSeconds},
-        {"nandwrite", true, false, firstArgument, pagesSeconds},
-        {"ubiformat", true, false, firstArgument, formatSeconds},
-        {"sdimage", true, true, sdCard, sdSeconds},
-    };
-    return table;
-}
 
 const Writer* writerOf(const QString& argv)
 {
@@ -262,20 +260,18 @@ QVector<LineClass> classes(const predict::Prediction& prediction)
 {
     QVector<LineClass> out;
     for (const Walked& w : walk(prediction)) {
-        LineClass c;
-        c.minutes = w.minutes;
         const Part* own = nullptr;
         const Part* pending = nullptr;
-        c.own = worstOf(w.own, &own);
+        const Class ownClass = worstOf(w.own, &own);
         const Class carried = worstOf(w.pending, &pending);
-        c.worst = std::max(c.own, carried);
-        if (carried > c.own) {
-            c.from = pending->line;
-            c.why = describe(*pending) + ": written by line " + QString::number(pending->line) +
-                    ", not synced yet";
-        } else if (own) {
+        LineClass c;
+        c.worst = std::max(ownClass, carried);
+        if (carried > ownClass)
+            c.why = QStringLiteral("%1: written by line %2, not synced yet")
+                        .arg(describe(*pending))
+                        .arg(pending->line);
+        else if (own)
             c.why = describe(*own);
-        }
         out << c;
     }
     return out;

@@ -23,15 +23,15 @@ namespace exposure {
 struct Writer // a target command that writes something a cut can leave half done
 {
     const char* tool;
-    bool partition; // writes a device (kernel or root partition, SD card), else root files
-    bool cached;    // written back lazily by the kernel: may be lost at a cut until a sync
+    bool partition;     // writes a device (kernel or root partition, SD card), else root files
+    bool cached;        // written back lazily by the kernel: may be lost at a cut until a sync
+    bool partOnFailure; // a failure may come after part of the work (cp and rm fail before they write)
     QStringList (*targets)(const QStringList& words); // what it writes (including /tmp)
     // Its duration on the board from the data-sheet figures (boardSource); nothing: as measured.
     std::optional<double> (*board)(const QStringList& words,
                                    const std::function<qint64(const QString&)>& payloadSize);
 };
 
-const std::vector<Writer>& writers();
 // The writer a command line starts (by its program's file name), or nullptr.
 const Writer* writerOf(const QString& argv);
 // What the command line writes outside /tmp: root paths, or the device of a partition writer.
@@ -49,10 +49,7 @@ struct LineClass
     // The worst a cut during the line leaves: what its own commands or PIC step can leave half done, and
     // what earlier lines wrote and no sync has made safe yet (the power-on check's "worst").
     poweron::Class worst = poweron::Class::Unchanged;
-    poweron::Class own = poweron::Class::Unchanged; // its own work alone
-    QString why;                                    // the part that gives `worst`
-    int from = 0;         // the earlier line that wrote that part, 0 for the line's own work
-    bool minutes = false; // it takes minutes on the board (a PIC step: its mandated waits and timers)
+    QString why; // the part that gives it
 };
 
 // One entry a line of the prediction. A script's own writes are not known (its time counts as writing,
