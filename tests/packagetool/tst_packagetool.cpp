@@ -1,6 +1,7 @@
 // update-package without the instrument: every lint rule on a package that triggers it and on one that
 // does not, the build, inspect, and bad inputs (exit codes, messages, nothing left behind).
 #include "Compare.h"
+#include "Exposure.h"
 #include "PackageFixture.h"
 
 using namespace fixture;
@@ -95,7 +96,9 @@ private slots:
     {
         QTest::addColumn<Rule>("r");
         const QString base = baseConfig;
-        const QString sd = "SYSTEM:SDCARD\n" + base, nand = "SYSTEM:NAND\n" + base;
+        const QString nand = "SYSTEM:NAND\n" + base;
+        // On an SD card the kernel waits in the cache until the final sync: it goes after the PIC step.
+        const QString sd = "SYSTEM:SDCARD\n" + QString(base).remove("KERNEL:/uImage\n") + "KERNEL:/uImage\n";
         const QByteArray ubi = m_base.payload("rootfs.ubi"), program = m_base.payload("mainApp");
         const Files image{{"rootfs.ubifs", {ubi}}};
 
@@ -138,6 +141,16 @@ private slots:
         add("updater before any remount", "root-read-only", 1, "UPDATER:/usr/bin/updater\n" + base, updater,
             base + "UPDATER:/usr/bin/updater\n", updater);
         add("modules before any remount", "root-read-only", 1, "MODULES:/modules.tar\n" + base);
+        // Order against a power cut: what waits for the final sync must not wait through a PIC step.
+        const QString beforePic = QString(base).replace("PIC:", "UPDATER:/usr/bin/updater\nPIC:");
+        add("updater before a PIC step", "order-unrepairable-window", 6, beforePic, updater,
+            base + "UPDATER:/usr/bin/updater\n", updater);
+        const Files tar{{"usr/bin/tar", {program, 0755}}, {"sync.sh", {"#!/bin/sh\nsync\n", 0755}}};
+        add("a tool the updater needs before a PIC step", "order-unrepairable-window", 1,
+            "FILE:/usr/bin/tar\nSCRIPT:/sync.sh\n" + base, tar,
+            "FILE:/usr/bin/tar\n" + QString(base).replace("PIC:", "SCRIPT:/sync.sh\nPIC:"), tar);
+        add("SD-card kernel before a PIC step", "order-unbootable-window", 4, "SYSTEM:SDCARD\n" + base, {},
+            sd);
         // Payload contents.
         add("modules not a tar", "tar-not-archive", 4, base, {{"modules.tar", {"not an archive\n"}}});
         // A modules archive with the folder member lib/ replaces the link /lib: nothing starts after it.
@@ -223,6 +236,80 @@ private slots:
         const QString clean = m_base.pack(m_base.variant(name + "-clean", r.cleanConfig, r.cleanFiles),
                                           "CleanM_firmware_update_" + name + ".tar.bz2");
         QCOMPARE(lint(clean).problems(), QString());
+    }
+
+    // An order warning says what to change: the move, or a sync when the move would break a later line.
+    void orderWarningSaysWhatToChange_data()
+    {
+        QTest::addColumn<QString>("config");
+        QTest::addColumn<QString>("advice");
+        QTest::newRow("move it")
+            << QString(baseConfig).replace("PIC:", "UPDATER:/usr/bin/updater\nPIC:")
+            << ":6: warning: order-unrepairable-window: [UPDATER:/usr/bin/updater] "
+               "/usr/bin/updater (the updater does not start) may come back lost until the "
+               "next sync, so the PIC step of line 7 keeps the instrument unrepairable for "
+               "its minutes: move this line after line 7\n";
+        // Only the FILE line remounts the root before MODULES: after the PIC step it would come too late.
+        QTest::newRow("sync instead")
+            << "FILE:/usr/bin/tar\nMODULES:/modules.tar\nAPP:/mainApp\nFILE:/etc/x.conf\nKERNEL:/uImage\n"
+               "SCRIPT:/post.sh\nPIC:/board.hex\n"
+            << ":1: warning: order-unrepairable-window: [FILE:/usr/bin/tar] /usr/bin/tar (the updater needs "
+               "it) "
+               "may come back lost until the next sync, so the PIC step of line 7 keeps the instrument "
+               "unrepairable for its minutes: moving this line after line 7 would make "
+               "[MODULES:/modules.tar] "
+               "fail (root-read-only), so put a SCRIPT line whose script ends in sync right before line 7\n";
+    }
+
+    void orderWarningSaysWhatToChange()
+    {
+        QFETCH(QString, config);
+        QFETCH(QString, advice);
+        const QString folder = m_base.variant("advice", config,
+                                              {{"usr/bin/updater", {m_base.payload("mainApp"), 0755}},
+                                               {"usr/bin/tar", {m_base.payload("mainApp"), 0755}}});
+        const Run r = run(tool, {"lint", folder, "--profile", testProfile});
+        QVERIFY2(r.out.contains(folder + advice), qPrintable(r.out));
+    }
+
+    // The class preview shows beside each line: the worst a cut during it leaves, with the write-back of
+    // what earlier lines wrote (tests/risk checks it against real cuts).
+    void lineClasses_data()
+    {
+        QTest::addColumn<QString>("config");
+        QTest::addColumn<QStringList>("classes");
+        QTest::newRow("base") << baseConfig << QStringList{"repairable", "repairable", "unbootable",
+                                                           "repairable", "repairable", "repairable"};
+        QTest::newRow("the updater, then a PIC step")
+            << "APP:/mainApp\nUPDATER:/usr/bin/updater\nPIC:/board.hex\n"
+            << QStringList{"repairable", "unrepairable", "unrepairable"};
+        QTest::newRow("a copy that fails writes nothing") << "SYSTEM:SDCARD\nFILE:/etc/missing.conf\n"
+                                                          << QStringList{"unchanged", "unchanged"};
+        QTest::newRow("an SD-card kernel until the end")
+            << "SYSTEM:SDCARD\nKERNEL:/uImage\nSCRIPT:/post.sh\nSYSTEM:SDCARD\n"
+            << QStringList{"unchanged", "unbootable", "unbootable", "unbootable"};
+        QTest::newRow("an SD-card kernel until a script's sync")
+            << "SYSTEM:SDCARD\nKERNEL:/uImage\nSCRIPT:/sync.sh\nSYSTEM:SDCARD\n"
+            << QStringList{"unchanged", "unbootable", "unbootable", "unchanged"};
+        QTest::newRow("the NAND kernel is written raw") << "KERNEL:/uImage\nSYSTEM:SDCARD\n"
+                                                        << QStringList{"unbootable", "unchanged"};
+    }
+
+    void lineClasses()
+    {
+        QFETCH(QString, config);
+        QFETCH(QStringList, classes);
+        QString error;
+        const auto pkg = package::read(m_base.variant("classes", config,
+                                                      {{"usr/bin/updater", {m_base.payload("mainApp"), 0755}},
+                                                       {"sync.sh", {"#!/bin/sh\nsync\n", 0755}}}),
+                                       error);
+        const auto instrument = profile::read(testProfile, error);
+        QVERIFY2(pkg && instrument, qPrintable(error));
+        QStringList found;
+        for (const exposure::LineClass& c : exposure::classes(predict::predict(*pkg, *instrument)))
+            found << poweron::name(c.worst);
+        QCOMPARE(found, classes);
     }
 
     void humanOutputIsOneLinePerFinding()
@@ -317,7 +404,8 @@ private slots:
         const QString source = QString::fromUtf8(readAll(QFINDTESTDATA("tst_packagetool.cpp")));
         const QRegularExpression quoted(
             "\"((?:hex|arg|cp|rm|tar|exec|script|pic|line|keyword|package|payload|"
-            "command|system|remount|root|kernel|image|esa|elf|uimage|ubi|modules|program)-[a-z0-9-]+)\"");
+            "command|system|remount|root|kernel|image|esa|elf|uimage|ubi|modules|program|order)-[a-z0-9-]+)"
+            "\"");
         for (auto it = quoted.globalMatch(source); it.hasNext();) {
             const QString id = it.next().captured(1);
             QVERIFY2(ids.contains(id), qPrintable(id + " is not listed by update-package rules"));

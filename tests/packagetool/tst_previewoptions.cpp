@@ -1,5 +1,6 @@
 // update-package preview's options on the virtual instrument with the real updater: a package folder as
-// input, --json's per-line result (the progress on stderr), and --timeout stopping a job that does not end.
+// input, --json's per-line result and class (the progress on stderr), and --timeout stopping a job that
+// does not end.
 #include "PackageFixture.h"
 
 using namespace fixture;
@@ -49,6 +50,10 @@ private slots:
         QCOMPARE(lines.size(), 1);
         QCOMPARE(lines[0].toObject().value("text").toString(), QString("FILE:/etc/x.conf"));
         QCOMPARE(lines[0].toObject().value("agrees").toBool(), true);
+        // Beside the verdict, what a power cut during the line leaves (the file may come back empty).
+        QCOMPARE(lines[0].toObject().value("class").toString(), QString("repairable"));
+        QVERIFY2(r.err.contains("\nline 1 FILE:/etc/x.conf: as predicted (power cut: repairable)\n"),
+                 qPrintable(r.err));
         QVERIFY(QFileInfo(out + "/view.txt").isFile());
     }
 

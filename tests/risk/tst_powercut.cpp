@@ -3,10 +3,9 @@
 // real cut leaves, and the power-on check gives it its class, as cut and with the write-back. The cut
 // points are counted in commands and line changes, never in time, so the result does not depend on the
 // machine's speed. Slow: the whole run (the reference) programs the PIC.
-#include "../support/TestFiles.h"
+#include "CutRuns.h"
 #include "Package.h"
 #include "PowerOn.h"
-#include "VirtualInstrument.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -77,54 +76,10 @@ class PowerCutTest : public QObject
     QMap<QString, state::Snapshot> m_cut; // by row name
     qint64 m_lineChanges = 0;
 
-    void skipWhenUnavailable(bool unavailable, const QString& error)
-    {
-        if (unavailable && qEnvironmentVariable("CI") != "true")
-            QSKIP(qPrintable("SKIPPED - the virtual instrument is unavailable on this machine: " + error));
-    }
-
     instrument::Job job(const QString& name, const QString& rule)
     {
-        instrument::Job job;
-        job.package = m_package;
-        job.outDir = m_work.path() + "/runs/" + QString(name).replace(' ', '-').remove(':');
-        if (!rule.isEmpty())
-            writeFile(job.outDir + "/cut", rule.toUtf8() + "\n");
-        writeFile(job.outDir + "/pic-before/flash", m_picBefore);
-        return job;
-    }
-
-    // Runs the jobs; `take` gets each job's state. False with a skip or a failure recorded.
-    bool runJobs(const QVector<instrument::Job>& jobs,
-                 const std::function<void(int, const state::Snapshot&)>& take)
-    {
-        QString error;
-        bool unavailable = false;
-        QStringList problems;
-        const bool ran = instrument::runBatch(
-            jobs,
-            [&](int i, const std::optional<state::Snapshot>& s, const QString& e) {
-                if (s)
-                    take(i, *s);
-                else
-                    problems << e;
-            },
-            error, {QString(), false}, &unavailable);
-        skipWhenUnavailable(unavailable, error);
-        [&] {
-            QVERIFY2(ran, qPrintable(error));
-            QVERIFY2(problems.isEmpty(), qPrintable(problems.join('\n')));
-        }();
-        return ran && problems.isEmpty();
-    }
-
-    static QStringList commandsOf(const state::Snapshot& s)
-    {
-        QStringList commands;
-        for (const QString& line : s.trace)
-            if (line.startsWith("run "))
-                commands << state::unescaped(line.mid(4));
-        return commands;
+        return cutruns::job(m_package, m_work.path() + "/runs/" + QString(name).replace(' ', '-').remove(':'),
+                            rule, m_picBefore);
     }
 
     static const state::Node* find(const state::Snapshot& s, const QString& path)
@@ -148,7 +103,7 @@ private slots:
         m_picBefore = QByteArray(0x1000, '\0') + QByteArray(0x10000 - 0x1000, '\xff');
 
         QVector<instrument::Job> first{job("reference", {}), job("before", "before 1")};
-        if (!runJobs(first, [&](int i, const state::Snapshot& s) {
+        if (!cutruns::runJobs(first, [&](int i, const state::Snapshot& s) {
                 (i == 0 ? m_reference.after : m_reference.before) = s;
             }))
             return;
@@ -162,7 +117,7 @@ private slots:
         m_kernel = pkg->find("firmware_update/uImage")->data;
 
         // Each cut by the number of its command in the whole run.
-        const QStringList commands = commandsOf(m_reference.after);
+        const QStringList commands = cutruns::commandsOf(m_reference.after);
         QVector<instrument::Job> jobs;
         QStringList names;
         for (const Cut& cut : cuts) {
@@ -181,7 +136,7 @@ private slots:
         // The same cut once more: the same state, whatever the machine's speed did meanwhile.
         jobs << job("again", QString::fromUtf8(readAll(jobs[8].outDir + "/cut")).trimmed());
         names << "again";
-        runJobs(jobs, [&](int i, const state::Snapshot& s) { m_cut[names[i]] = s; });
+        cutruns::runJobs(jobs, [&](int i, const state::Snapshot& s) { m_cut[names[i]] = s; });
     }
 
     void classAtEachBoundary_data()
@@ -200,7 +155,7 @@ private slots:
         // The cut stopped everything: no end line, no sync, the trace ends with the cut.
         QVERIFY2(!s.ended, qPrintable(s.outcome));
         QVERIFY2(s.trace.last().startsWith("cut "), qPrintable(s.trace.last()));
-        QVERIFY(!commandsOf(s).contains("sync"));
+        QVERIFY(!cutruns::commandsOf(s).contains("sync"));
         const poweron::Verdict asCut = poweron::check(s, m_reference);
         QVERIFY2(asCut.why.contains(cut.why), qPrintable(asCut.why));
         QCOMPARE(poweron::name(asCut.cls), poweron::name(cut.asCut));

@@ -1,5 +1,6 @@
 #include "PowerOn.h"
 
+#include "Exposure.h"
 #include "payload/UImage.h"
 #include "payload/UbiImage.h"
 
@@ -39,22 +40,6 @@ bool neededByUpdater(const QString& path, const QString& updater)
         QStringLiteral("^/(usr/)?s?bin/(sh|bash|mount|umount|tar|bzip2|cp|rm|sync|modprobe)$"));
     return path == updater || library.match(path).hasMatch() || tool.match(path).hasMatch() ||
            path.startsWith("/lib/ld-linux") || path.startsWith("/lib64/ld-linux");
-}
-
-Class whatALostFileMeans(const QString& path, const QString& updater, QString& what)
-{
-    if (neededByUpdater(path, updater)) {
-        what = path == updater ? QStringLiteral("the updater does not start")
-                               : QStringLiteral("the updater needs it");
-        return Class::Unrepairable;
-    }
-    if (path == "/home/mainApp")
-        what = QStringLiteral("the application does not start");
-    else if (path.startsWith("/lib/modules") || path.startsWith("/usr/lib/modules"))
-        what = QStringLiteral("a kernel module");
-    else
-        what = QStringLiteral("a root file");
-    return Class::Repairable;
 }
 
 QString fileDamage(const state::Node& now, const state::Node* whole)
@@ -137,11 +122,16 @@ QVector<Part> judgeParts(const state::Snapshot& cut, const Reference& reference,
     std::sort(devices.begin(), devices.end());
     for (const QString& device : devices) {
         const bool kernel = device != "/dev/mtd1";
-        Part part{(kernel ? "kernel partition " : "root volume ") + device, Part::Old, Class::Unbootable, {}};
+        Part part{(kernel ? "kernel partition " : "root volume ") + device, Part::Old, partitionIfLost, {}};
         if (cut.partitions.contains(device)) {
             const QByteArray& now = cut.partitions[device];
             const QByteArray whole = reference.after.partitions.value(device);
-            if (now == whole) {
+            if (lostByWriteBack.contains(device)) {
+                part.state = Part::Lost;
+                part.why =
+                    QStringLiteral("written since the last sync: may come back with old and new sectors "
+                                   "mixed");
+            } else if (now == whole) {
                 part.state = Part::New;
             } else if (kernel) {
                 part.why = kernelDamage(now);
@@ -168,7 +158,7 @@ QVector<Part> judgeParts(const state::Snapshot& cut, const Reference& reference,
         const state::Node* whole = find(reference.after, path);
         Part part{path, Part::Old, Class::Repairable, {}};
         QString meaning;
-        part.ifLost = whatALostFileMeans(path, reference.updater, meaning);
+        part.ifLost = ifLost(path, reference.updater, &meaning);
         if (now && lostByWriteBack.contains(path) && !now->removed) {
             part.state = Part::Lost;
             part.why = QStringLiteral("written since the last sync: may come back empty");
@@ -189,7 +179,7 @@ QVector<Part> judgeParts(const state::Snapshot& cut, const Reference& reference,
                             const QByteArray& old) {
         if (whole.isEmpty() || now.isEmpty() || whole == old)
             return;
-        Part part{what, memoryState(now, whole, old), Class::Repairable, {}};
+        Part part{what, memoryState(now, whole, old), picIfLost, {}};
         if (part.state == Part::Lost)
             part.why = picDamage(now, whole, old);
         parts << part;
@@ -243,27 +233,27 @@ Verdict verdictOf(QVector<Part> parts)
     return verdict;
 }
 
-// The destination a command line of the trace writes, or nothing for a command that writes none.
-bool writesOutsideTmp(const QString& argv)
-{
-    const QStringList words = state::unescaped(argv).split(' ', Qt::SkipEmptyParts);
-    if (words.isEmpty())
-        return false;
-    const QString& tool = words.first();
-    const auto outsideTmp = [](const QString& path) { return !path.startsWith("/tmp"); };
-    if (tool == "cp")
-        return outsideTmp(words.last());
-    if (tool == "tar") {
-        const int c = words.indexOf("-C");
-        return c < 0 || outsideTmp(words.value(c + 1));
-    }
-    if (tool == "rm")
-        return std::any_of(words.begin() + 1, words.end(),
-                           [&](const QString& w) { return !w.startsWith('-') && outsideTmp(w); });
-    return false;
-}
-
 } // namespace
+
+Class ifLost(const QString& path, const QString& updater, QString* meaning)
+{
+    QString what;
+    Class cls = Class::Repairable;
+    if (neededByUpdater(path, updater)) {
+        what = path == updater ? QStringLiteral("the updater does not start")
+                               : QStringLiteral("the updater needs it");
+        cls = Class::Unrepairable;
+    } else if (path == "/home/mainApp") {
+        what = QStringLiteral("the application does not start");
+    } else if (path.startsWith("/lib/modules") || path.startsWith("/usr/lib/modules")) {
+        what = QStringLiteral("a kernel module");
+    } else {
+        what = QStringLiteral("a root file");
+    }
+    if (meaning)
+        *meaning = what;
+    return cls;
+}
 
 QString name(Class c)
 {
@@ -284,22 +274,30 @@ Verdict check(const state::Snapshot& cut, const Reference& reference)
 QSet<QString> unsynced(const state::Snapshot& cut)
 {
     int lastSync = -1, lastWrite = -1;
+    QMap<QString, int> deviceWritten; // a cached device -> the trace line that last wrote it
     for (int i = 0; i < cut.trace.size(); ++i) {
         const QString& line = cut.trace[i];
         const bool command = line.startsWith("run ") || line.startsWith("inner ");
-        const QString argv = command ? line.section(' ', 1) : QString();
+        const QString argv = command ? state::unescaped(line.section(' ', 1)) : QString();
+        const exposure::Writer* writer = command ? exposure::writerOf(argv) : nullptr;
+        const QStringList targets = writer && writer->cached ? exposure::targetsOf(argv) : QStringList();
         if (command && argv == "sync" && i + 1 < cut.trace.size() && cut.trace[i + 1].endsWith("exit 0"))
             lastSync = i;
-        else if ((command && writesOutsideTmp(argv)) || line.startsWith("view plain Running script file: "))
+        else if (writer && writer->partition && !targets.isEmpty())
+            deviceWritten[targets.first()] = i;
+        else if (!targets.isEmpty() || line.startsWith("view plain Running script file: "))
             lastWrite = i;
     }
-    QSet<QString> paths;
+    QSet<QString> lost;
+    for (auto it = deviceWritten.begin(); it != deviceWritten.end(); ++it)
+        if (it.value() > lastSync)
+            lost << it.key();
     if (lastWrite < lastSync)
-        return paths;
+        return lost;
     for (const state::Node& node : cut.root)
         if (persistent(node.path) && !node.removed && node.kind == profile::Kind::File)
-            paths << node.path;
-    return paths;
+            lost << node.path;
+    return lost;
 }
 
 Verdict worstWithWriteBack(const state::Snapshot& cut, const Reference& reference)

@@ -4,6 +4,8 @@
 // package leaves, what "old" means from the instrument before the update (for the PIC, whose memory is
 // always there). Each thing the update changes is old, new or lost:
 //   kernel partition  a whole U-Boot image (header and data CRCs hold) or lost: the instrument does not boot
+//                     (on the SD card written through the kernel's cache: lost until a sync, by the
+//                     write-back)
 //   root volume       the whole UBI image as the run wrote it, or lost: the instrument does not boot
 //   root files        whole and as the run left them; the updater and what it needs to run (the loader,
 //                     libraries, the commands it runs) lost: no stick can repair it; the application,
@@ -60,14 +62,21 @@ struct Reference
     QString updater = "/usr/bin/updater"; // where the updater is installed (the profile's)
 };
 
+// What losing each kind of part means. A root file: unrepairable for the updater and what it needs to run
+// (`meaning` says which), repairable for anything else.
+inline constexpr Class partitionIfLost = Class::Unbootable, picIfLost = Class::Repairable;
+Class ifLost(const QString& path, const QString& updater, QString* meaning = nullptr);
+
 // The class of the state as the cut left it.
 Verdict check(const state::Snapshot& cut, const Reference& reference);
 
-// The root files whose new content may be lost at the cut: those the trace shows changed after the last
-// completed sync (cp, tar, rm outside /tmp, or a script), all changed files then; none after a final sync.
+// What may be lost at the cut by the write-back (exposure::Writer::cached): when the trace shows a root
+// file written after the last completed sync (cp, tar, rm outside /tmp, or a script), every changed root
+// file; and each cached device (the SD card) written after it. Nothing after a final sync.
 QSet<QString> unsynced(const state::Snapshot& cut);
 
-// The worst state the write-back allows: every unsynced file that changed comes back empty.
+// The worst state the write-back allows: every unsynced file that changed comes back empty, an unsynced
+// device with old and new sectors mixed.
 Verdict worstWithWriteBack(const state::Snapshot& cut, const Reference& reference);
 
 } // namespace poweron

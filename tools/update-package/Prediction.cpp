@@ -1,5 +1,6 @@
 #include "Prediction.h"
 
+#include "Exposure.h"
 #include "IntelHex.h"
 #include "Rules.h"
 #include "ViewText.h"
@@ -47,6 +48,7 @@ public:
                                                                      0}
     {
         m_result.pcJob = options.pcJob;
+        m_result.updater = profile.updater;
         m_name = !options.archiveName.isEmpty() ? options.archiveName
                  : pkg.folder                   ? QStringLiteral("PackageM_firmware_update.tar.bz2")
                                                 : pkg.fileName;
@@ -173,6 +175,11 @@ void Job::notes()
         if (note.rule == QLatin1String("script-effects")) { // not a finding: the comparison allows for it
             if (m_line)
                 m_line->scriptEffects = true;
+            continue;
+        }
+        if (note.rule == QLatin1String("script-syncs")) { // not a finding: the write-back ends there
+            if (m_line)
+                m_line->syncs = true;
             continue;
         }
         finding(note.rule, note.message);
@@ -752,7 +759,24 @@ QString Prediction::endText() const
 
 Prediction predict(const package::Package& pkg, const profile::Profile& profile, const Options& options)
 {
-    return Job(pkg, profile, options).run();
+    Prediction prediction = Job(pkg, profile, options).run();
+    // The order warnings: moving a line is advised only when the list with it moved adds no error.
+    const auto reordered = [&](const QStringList& list) -> std::optional<Prediction> {
+        package::Package moved = pkg;
+        const auto entry =
+            std::find_if(moved.entries.begin(), moved.entries.end(),
+                         [](const package::Entry& e) { return e.name == package::commandListPath; });
+        if (entry == moved.entries.end() || !entry->kept())
+            return std::nullopt;
+        entry->data = (list.join('\n') + '\n').toUtf8();
+        entry->size = entry->data.size();
+        entry->sha256 = QCryptographicHash::hash(entry->data, QCryptographicHash::Sha256);
+        return Job(moved, profile, options).run();
+    };
+    prediction.findings += exposure::orderFindings(prediction, reordered);
+    std::stable_sort(prediction.findings.begin(), prediction.findings.end(),
+                     [](const Finding& a, const Finding& b) { return a.line < b.line; });
+    return prediction;
 }
 
 QString colourName(Colour colour)

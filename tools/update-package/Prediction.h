@@ -76,6 +76,7 @@ struct Line
     const grammar::Command* command = nullptr;
     bool failed = false, hangs = false, uncertain = false;
     bool scriptEffects = false;     // runs a script whose own commands change what the tool does not predict
+    bool syncs = false;             // runs a script whose last command is sync
     QString payload;                // the file of the unpacked package it reads
     QString payloadKind;            // what that file is, as the payload checks read it (payload::describe)
     QVector<Write> writes;          // root paths as this line left them
@@ -87,6 +88,7 @@ struct Line
 struct Prediction
 {
     QString packageName;
+    QString updater; // the instrument's updater program (the profile's)
     bool pcJob = false;
     QVector<Event> events;
     QVector<Line> lines;

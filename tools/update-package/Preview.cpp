@@ -1,6 +1,7 @@
 #include "Preview.h"
 
 #include "Compare.h"
+#include "Exposure.h"
 #include "VirtualInstrument.h"
 
 #include <QDir>
@@ -45,7 +46,9 @@ QByteArray resultJson(const Options& options, const QString& out, const predict:
                       const state::Snapshot& snapshot, const compare::Result& result)
 {
     QJsonArray lines, other;
-    for (const predict::Line& line : prediction.lines) {
+    const QVector<exposure::LineClass> classes = exposure::classes(prediction);
+    for (int i = 0; i < prediction.lines.size(); ++i) {
+        const predict::Line& line = prediction.lines[i];
         QJsonArray differences;
         for (const compare::Difference& d : result.differences)
             if (d.line == line.number)
@@ -53,6 +56,7 @@ QByteArray resultJson(const Options& options, const QString& out, const predict:
         lines.append(QJsonObject{{"line", line.number},
                                  {"text", line.text},
                                  {"agrees", differences.isEmpty()},
+                                 {"class", poweron::name(classes[i].worst)},
                                  {"differences", differences}});
     }
     for (const compare::Difference& d : result.differences)
@@ -145,11 +149,15 @@ int run(const Options& options, const predict::Prediction& prediction)
     QSet<int> differing;
     for (const compare::Difference& d : result.differences)
         differing.insert(d.line);
-    for (const predict::Line& line : prediction.lines)
-        print(QStringLiteral("line %1 %2: %3")
-                  .arg(line.number)
-                  .arg(line.text, differing.contains(line.number) ? QStringLiteral("DIFFERS")
-                                                                  : QStringLiteral("as predicted")));
+    // Beside each verdict the class a power cut during the line leaves (the model risk measures).
+    const QVector<exposure::LineClass> classes = exposure::classes(prediction);
+    for (int i = 0; i < prediction.lines.size(); ++i)
+        print(QStringLiteral("line %1 %2: %3 (power cut: %4)")
+                  .arg(prediction.lines[i].number)
+                  .arg(prediction.lines[i].text,
+                       differing.contains(prediction.lines[i].number) ? QStringLiteral("DIFFERS")
+                                                                      : QStringLiteral("as predicted"),
+                       poweron::name(classes[i].worst)));
     const QString differences = compare::text(prediction, result);
     if (!differences.isEmpty())
         print(QStringLiteral("\n") + trimmedEnd(differences));

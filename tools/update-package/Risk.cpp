@@ -1,6 +1,7 @@
 #include "Risk.h"
 
 #include "CommandGrammar.h"
+#include "Exposure.h"
 #include "InstrumentProfile.h"
 #include "IntelHex.h"
 #include "Package.h"
@@ -46,16 +47,6 @@ void say(const QString& text)
     QTextStream(stderr) << "risk: " << text << "\n";
 }
 
-// Figures for the board's windows, where the virtual instrument's own speed says nothing about the board:
-// raw NAND from a typical 2 Gbit SLC part's data sheet (block erase tBERS 2 ms, page program tPROG 250 us,
-// 2048-byte pages moved at about 40 MB/s: 50 us), the SD card at its speed class's minimum (class 4,
-// 4 MB/s). Everything else (file copies into the page cache, the PIC step's mandated waits and timers) is
-// taken as measured.
-constexpr double eraseBlockS = 0.002, pageS = 0.00025 + 0.00005, sdBytesPerS = 4e6;
-constexpr qint64 page = 2048, pagesPerBlock = 64;
-const char* const boardSource = "board: NAND block erase 2 ms, page program 0.3 ms (typical SLC NAND data "
-                                "sheet), SD card 4 MB/s (speed class 4); the rest as measured";
-
 struct Options
 {
     QString package, outDir;
@@ -98,33 +89,6 @@ QString progressOf(const QString& line)
         return (parts[1] == "SDCARD" || parts[1] == "NAND" ? grammar::systemSet : grammar::systemUnknown)
             .arg(parts[1]);
     return QString(command->progress).arg(parts[1]);
-}
-
-bool isWriter(const QString& argv)
-{
-    static const QStringList writers{"cp",        "tar",     "rm",       "flash_eraseall",
-                                     "nandwrite", "sdimage", "ubiformat"};
-    return writers.contains(QFileInfo(argv.section(' ', 0, 0)).fileName());
-}
-
-// The command's duration on the board, where a figure for it is known; else as measured.
-double boardDuration(const Command& c, const package::Package& pkg)
-{
-    const QStringList words = c.argv.split(' ', Qt::SkipEmptyParts);
-    const QString tool = QFileInfo(words.value(0)).fileName();
-    const auto payloadSize = [&](const QString& path) {
-        const package::Entry* entry = pkg.find(package::topFolder + path.mid(grammar::unpacked.size()));
-        return entry ? entry->size : 0;
-    };
-    if (tool == "flash_eraseall")
-        return (words.value(1) == "/dev/mtd1" ? 64 : 16) * eraseBlockS; // 8 MiB and 2 MiB partitions
-    if (tool == "nandwrite")
-        return double(payloadSize(words.value(2))) / double(page) * pageS;
-    if (tool == "ubiformat")
-        return 64 * (eraseBlockS + double(pagesPerBlock) * pageS);
-    if (tool == "sdimage")
-        return double(payloadSize(words.value(2))) / sdBytesPerS;
-    return c.end - c.start;
 }
 
 // The PIC's memory before the update, for the runs: an older program in the rows the package's HEX files
@@ -349,7 +313,12 @@ private:
         for (int k = 0; k < m_commands.size(); ++k) {
             m_commands[k].start = starts[k] - starts[0];
             m_commands[k].end = ends[k] - starts[0];
-            m_commands[k].board = boardDuration(m_commands[k], m_pkg);
+            m_commands[k].board = exposure::boardSeconds(
+                m_commands[k].argv, m_commands[k].end - m_commands[k].start, [&](const QString& path) {
+                    const package::Entry* entry =
+                        m_pkg.find(package::topFolder + path.mid(grammar::unpacked.size()));
+                    return entry ? entry->size : qint64(0);
+                });
         }
         return true;
     }
@@ -392,7 +361,7 @@ private:
                 addPoint("after " + QString::number(k), m_commands[k - 1].end, c.line);
             else if (firstOfLine)
                 addPoint("before " + number, c.start, c.line);
-            if (isWriter(c.argv))
+            if (exposure::writerOf(c.argv))
                 for (int i = 1; i <= n; ++i)
                     addPoint(QStringLiteral("during %1 %2/%3").arg(number).arg(i).arg(n + 1),
                              c.start + (c.end - c.start) * i / (n + 1), c.line);
@@ -569,16 +538,16 @@ private:
                        .arg(worstWindow.seconds, 0, 'f', 2)
                        .arg(worstWindow.board, 0, 'f', 2);
         out << "as cut: the state the cut left; worst: with the write-back (files changed since the last "
-               "sync "
-               "may come back empty)\n"
-            << boardSource << "\n";
+               "sync may come back empty, an SD-card kernel written since then with old and new sectors "
+               "mixed)\n"
+            << exposure::boardSource << "\n";
         out.flush();
         if (m_options.json) {
             QJsonObject root{{"package", QFileInfo(m_options.package).fileName()},
                              {"points_per_command", m_options.points},
                              {"lines", jsonLines},
                              {"run_s", m_seconds},
-                             {"board_figures", boardSource}};
+                             {"board_figures", exposure::boardSource}};
             if (worstLine >= 0)
                 root.insert("worst_window", QJsonObject{{"line", worstLine + 1},
                                                         {"class", poweron::name(worstWindow.worst)},

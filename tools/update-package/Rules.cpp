@@ -237,6 +237,14 @@ const std::vector<Rule>& all()
          "The modules archive has no modules.dep: modprobe cannot find the modules by name."},
         {"modules-outside", S::Warning,
          "The modules archive, unpacked over /, also writes files outside lib/modules/."},
+        // The order of the lines against a power cut (Exposure.h): the root file system and the SD card are
+        // synced only at the list's end, and a PIC step takes minutes.
+        {"order-unrepairable-window", S::Warning,
+         "The updater or a file it needs is written before a PIC step and synced only after it: a cut during "
+         "the step's minutes may leave it empty, so move that line after the PIC steps."},
+        {"order-unbootable-window", S::Warning,
+         "An SD-card kernel is written before a PIC step and synced only after it: a cut during the step's "
+         "minutes may leave the card's kernel half old, so move the KERNEL line after the PIC steps."},
         // The PIC step.
         {"pic-file-missing", S::Error, "The HEX file is not in the package: the PIC step fails at once."},
         {"pic-folder-hangs", S::Error,

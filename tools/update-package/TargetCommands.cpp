@@ -696,13 +696,14 @@ const QMap<QString, Model>& programs()
 
 // The status a shell script ends with, when it can be read off the script: one that only runs true, false
 // or ':' and exits, or one that ends in "exit N" with no other way out before it (no "set -e", "exec" or
-// earlier "exit"). `effects` tells whether it runs anything else (whose effects the model does not know).
-std::optional<int> plainScriptExit(const QByteArray& script, bool& effects)
+// earlier "exit"). `effects` tells whether it runs anything else (whose effects the model does not know),
+// `syncs` whether sync is the last command that can write (a plain "sync" line, which succeeds).
+std::optional<int> plainScriptExit(const QByteArray& script, bool& effects, bool& syncs)
 {
     static const QRegularExpression exitLine(QStringLiteral("^exit(?:\\s+(\\d+))?$"));
     static const QRegularExpression otherWayOut(QStringLiteral("\\b(exit|exec|set\\s+-\\w*e|trap)\\b"));
     int status = 0;
-    effects = false;
+    effects = syncs = false;
     const QList<QByteArray> lines = script.split('\n');
     for (int i = 1; i < lines.size(); ++i) {
         const QString text = QString::fromUtf8(lines[i]).trimmed();
@@ -710,15 +711,20 @@ std::optional<int> plainScriptExit(const QByteArray& script, bool& effects)
             continue;
         if (text == QLatin1String("true") || text == QLatin1String(":")) {
             status = 0;
+        } else if (text == QLatin1String("sync")) {
+            status = 0;
+            syncs = true;
         } else if (text == QLatin1String("false")) {
             status = 1;
         } else if (const auto m = exitLine.match(text); m.hasMatch()) {
             return m.captured(1).isEmpty() ? status : m.captured(1).toInt() & 0xFF;
         } else if (otherWayOut.match(text).hasMatch()) {
+            syncs = false;
             return std::nullopt;
         } else {
             effects = true; // a command of its own: what it does is not known, only that the script goes on
             status = -1;
+            syncs = false;
         }
     }
     return status >= 0 ? std::optional<int>(status) : std::nullopt;
@@ -793,8 +799,8 @@ Outcome execute(const QString& path, const QStringList& args, Context& c)
                                            : QStringLiteral("script-interpreter-missing"),
                 QStringLiteral("%1: the interpreter '%2' cannot be started").arg(path, interpreter));
         Outcome out;
-        bool effects = false;
-        const std::optional<int> status = plainScriptExit(data, effects);
+        bool effects = false, syncs = false;
+        const std::optional<int> status = plainScriptExit(data, effects, syncs);
         if (!status)
             out = unknown(
                 QStringLiteral("%1 runs commands of its own and its exit status cannot be read off it")
@@ -806,6 +812,8 @@ Outcome execute(const QString& path, const QStringList& args, Context& c)
             c.notes.push_back(
                 {QStringLiteral("script-effects"),
                  QStringLiteral("%1 runs commands of its own: what they change is not predicted").arg(path)});
+        if (syncs)
+            c.notes.push_back({QStringLiteral("script-syncs"), QStringLiteral("%1 ends in sync").arg(path)});
         out.traced = false;
         return out;
     }
