@@ -402,6 +402,9 @@ private slots:
                                            << "3 view";
         QTest::newRow("a missing view line") << "drop Updating Linux modules with: /modules.tar"
                                              << "4 view";
+        QTest::newRow("a progress line after its command")
+            << "later Updating Linux modules with: /modules.tar"
+            << "4 order";
         QTest::newRow("the mode of /") << "root / 0700"
                                        << "0 root";
         QTest::newRow("the application's content") << "root /home/mainApp content"
@@ -427,10 +430,14 @@ private slots:
 
         state::Snapshot s;
         s.ended = true;
+        QString late; // a view line that comes after the next command instead
         for (const predict::Event& e : p.events) {
             if (e.type == predict::Event::Type::View) {
-                if (change != "drop " + e.text)
-                    s.trace << "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+                const QString line = "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+                if (change == "later " + e.text)
+                    late = line;
+                else if (change != "drop " + e.text)
+                    s.trace << line;
             } else if (e.traced) {
                 s.trace << "run " + e.text
                         << QString("exit %1").arg(e.exit == predict::Exit::Success ? 0 : 1);
@@ -438,6 +445,8 @@ private slots:
                     s.trace.back() = "exit 1";
                 if (change == "red after nandwrite" && e.text.startsWith("nandwrite"))
                     s.trace << "view red Failed - something";
+                if (!late.isEmpty())
+                    s.trace << std::exchange(late, QString());
             }
         }
         for (auto it = p.root->changed().begin(); it != p.root->changed().end(); ++it) {
