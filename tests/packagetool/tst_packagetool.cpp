@@ -2,6 +2,7 @@
 // does not, the build, inspect, and bad inputs (exit codes, messages, nothing left behind).
 #include "Compare.h"
 #include "PackageFixture.h"
+#include "Report.h"
 
 using namespace fixture;
 
@@ -480,6 +481,81 @@ private slots:
         for (const compare::Difference& d : result.differences)
             found << QString("%1 %2").arg(d.line).arg(d.what);
         QCOMPARE(found.join(", "), expected);
+    }
+
+    // A package after another in one run of the updater starts where that one ended: the system type
+    // its SYSTEM line set, the root with what it installed and what it unpacked into /tmp.
+    void predictionStartsWhereTheOneBeforeEnded_data()
+    {
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<Files>("files");
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QString>("command"); // run by the second only after the first
+        QTest::addColumn<QString>("end");     // of the second after the first
+        QTest::newRow("the system type") << "SYSTEM:SDCARD\n"
+                                         << Files() << "KERNEL:/uImage\n"
+                                         << "sdimage -f /tmp/firmware_update/uImage -d /dev/mmcblk0"
+                                         << "complete";
+        // The second package lacks the file: the copy takes the one the first left in /tmp.
+        QTest::newRow("a file the first installed")
+            << "FILE:/etc/session.conf\n"
+            << Files{{"etc/session.conf", {"session\n"}}} << "UPDATER:/etc/session.conf\n"
+            << "cp /tmp/firmware_update/etc/session.conf /etc/session.conf"
+            << "complete";
+    }
+
+    void predictionStartsWhereTheOneBeforeEnded()
+    {
+        QFETCH(QString, first);
+        QFETCH(Files, files);
+        QFETCH(QString, second);
+        QFETCH(QString, command);
+        QFETCH(QString, end);
+        const QString tag = QString(QTest::currentDataTag()).replace(' ', '-');
+        QString error;
+        const auto instrument = profile::read(testProfile, error);
+        const auto one = package::read(m_base.variant(tag + "-1", first, files), error);
+        QVERIFY2(instrument && one, qPrintable(error));
+        // The second is unpacked over the first: a file of the base it also has would hide the point.
+        const QString folder = m_base.dir.path() + "/v/" + tag + "-2";
+        writeFile(folder + "/update_config", second.toUtf8());
+        writeFile(folder + "/uImage", m_base.payload("uImage"));
+        const auto two = package::read(folder, error);
+        QVERIFY2(two, qPrintable(error));
+
+        const predict::Prediction before = predict::predict(*one, *instrument);
+        QCOMPARE(before.unknownEnd(), QString());
+        predict::Options options;
+        options.after = &before;
+        const predict::Prediction chained = predict::predict(*two, *instrument, options);
+        const predict::Prediction alone = predict::predict(*two, *instrument);
+        const auto runs = [&](const predict::Prediction& p) {
+            return std::any_of(p.events.begin(), p.events.end(), [&](const predict::Event& e) {
+                return e.type == predict::Event::Type::Run && e.text == command &&
+                       e.exit == predict::Exit::Success;
+            });
+        };
+        QVERIFY2(runs(chained), qPrintable(report::inspectText(*two, chained)));
+        QVERIFY(!runs(alone));
+        QCOMPARE(predict::endName(chained.end), end);
+        QCOMPARE(chained.systemType, before.systemType);
+        QCOMPARE(chained.systemLine, 0);
+        // What the first unpacked stays in /tmp, and is not the second's change.
+        QVERIFY(chained.root->at("/tmp/firmware_update/etc/x.conf"));
+        QVERIFY(!chained.root->changed().contains("/tmp/firmware_update/etc/x.conf"));
+    }
+
+    // A script's own commands leave the root unknown: no package can be predicted after it.
+    void noPredictionAfterAnUnknownEnd()
+    {
+        QString error;
+        const auto instrument = profile::read(testProfile, error);
+        const auto pkg = package::read(m_base.variant("effects", "SCRIPT:/post.sh\n",
+                                                      {{"post.sh", {"#!/bin/sh\nrm -f /etc/x\n", 0755}}}),
+                                       error);
+        QVERIFY2(instrument && pkg, qPrintable(error));
+        QCOMPARE(predict::predict(*pkg, *instrument).unknownEnd(),
+                 QString("line 1 (SCRIPT:/post.sh) runs a script whose own commands are not predicted"));
     }
 
     void buildRefuses_data()
