@@ -521,6 +521,8 @@ Snapshot since(const Snapshot& before, const Snapshot& now)
     Snapshot s = now;
     s.root.clear();
     s.trace = now.trace.mid(before.trace.size());
+    if (!now.ended) // no saved view: the trace's, from this job's start
+        s.view = viewFromTrace(s.trace);
     QSet<QString> seen;
     for (const Node& n : now.root) {
         seen.insert(n.path);
