@@ -113,7 +113,13 @@ struct Item
     QString name;
     std::optional<predict::Prediction> prediction;
     QString unpredicted; // why there is no prediction
-    QString inherited;   // the earlier package's SYSTEM line whose type the updater still holds
+    // The SYSTEM line of an earlier package whose system type the updater still holds at the start.
+    struct Setter
+    {
+        QString type, text; // "SD card", "SYSTEM:SDCARD"
+        int package = 0, line = 0;
+    };
+    std::optional<Setter> inherits;
     QString outDir;
     bool ran = false, agrees = false;
     QString summary; // the session's line for it
@@ -138,7 +144,7 @@ QString systemTypeName(grammar::SystemType type)
 QVector<Item> predictAll(const Options& options, const profile::Profile& profile)
 {
     QVector<Item> items(options.packages.size());
-    QString setter; // the last SYSTEM line so far: "line 1 of package 1 (SYSTEM:SDCARD)"
+    std::optional<Item::Setter> setter; // the last SYSTEM line so far
     for (int k = 0; k < items.size(); ++k) {
         const Package& pkg = options.packages[k];
         Item& item = items[k];
@@ -155,15 +161,12 @@ QVector<Item> predictAll(const Options& options, const profile::Profile& profile
         } else {
             how.after = before ? &*before->prediction : nullptr;
             item.prediction = predict::predict(pkg.read, profile, how);
-            if (before && !setter.isEmpty())
-                item.inherited = QStringLiteral("the system type %1 that %2 set")
-                                     .arg(systemTypeName(before->prediction->systemType), setter);
+            if (before)
+                item.inherits = setter;
             const predict::Prediction& p = *item.prediction;
             if (p.systemLine > 0)
-                setter = QStringLiteral("line %1 of package %2 (%3)")
-                             .arg(p.systemLine)
-                             .arg(k + 1)
-                             .arg(p.lines[p.systemLine - 1].text);
+                setter = Item::Setter{systemTypeName(p.systemType), p.lines[p.systemLine - 1].text, k + 1,
+                                      p.systemLine};
         }
         // A folder by the path given (it goes onto the medium under a name of the tool's).
         item.name = pkg.read.folder ? pkg.read.origin : QFileInfo(pkg.archive).fileName();
@@ -274,10 +277,14 @@ void announce(const QVector<Item>& items, int k)
     print(QStringLiteral("\n== package %1 of %2: %3").arg(k + 1).arg(items.size()).arg(items[k].name));
     if (!items[k].prediction)
         print(QStringLiteral("preview: package %1 is not compared: %2").arg(k + 1).arg(items[k].unpredicted));
-    if (!items[k].inherited.isEmpty())
-        print(QStringLiteral("preview: package %1 starts with %2: the updater keeps it until it restarts")
+    if (const auto& from = items[k].inherits)
+        print(QStringLiteral("preview: package %1 starts with the system type %2 that line %3 of package %4 "
+                             "(%5) set: the updater keeps it until it restarts")
                   .arg(k + 1)
-                  .arg(items[k].inherited));
+                  .arg(from->type)
+                  .arg(from->line)
+                  .arg(from->package)
+                  .arg(from->text));
 }
 
 // The packages one after another in one session of one running updater.
@@ -303,8 +310,8 @@ int runSession(const Options& options, const QString& out, QVector<Item>& items)
             if (snapshot)
                 report(options, *snapshot, timeout, items[k]);
             else
-                print(QStringLiteral("preview: the instrument's state could not be read: %1").arg(readError));
-            if (!snapshot || !snapshot->ended)
+                print(items[k].summary = "the instrument's state could not be read: " + readError);
+            if (snapshot && !snapshot->ended)
                 stopped = QStringLiteral("package %1 did not end").arg(k + 1);
             else if (k + 1 < items.size())
                 announce(items, k + 1);
@@ -323,13 +330,17 @@ int runSession(const Options& options, const QString& out, QVector<Item>& items)
     for (int k = 0; k < items.size(); ++k) {
         Item& item = items[k];
         if (!item.ran) {
-            item.summary = QStringLiteral("not run: %1").arg(stopped);
-            item.json = QJsonObject{{"package", item.name}, {"ran", false}, {"why", stopped}};
+            if (item.summary.isEmpty())
+                item.summary = QStringLiteral("not run: %1").arg(stopped);
+            item.json = QJsonObject{{"package", item.name}, {"ran", false}, {"why", item.summary}};
         } else if (item.prediction) {
             item.json.insert("ran", true);
             item.json.insert("compared", true);
-            if (!item.inherited.isEmpty())
-                item.json.insert("inheritedSystemType", item.inherited);
+            if (const auto& from = item.inherits)
+                item.json.insert("inheritsSystemType", QJsonObject{{"type", from->type},
+                                                                   {"package", from->package},
+                                                                   {"line", from->line},
+                                                                   {"text", from->text}});
         }
         print(QStringLiteral("package %1 %2: %3").arg(k + 1).arg(item.name, item.summary));
         agrees = agrees && item.agrees;
