@@ -41,8 +41,9 @@ QJsonObject differenceJson(const compare::Difference& d)
 }
 
 // The result, one entry a command-list line, with the differences that do not belong to a line apart.
-QJsonObject resultJson(const Options& options, const QString& out, const predict::Prediction& prediction,
-                       const state::Snapshot& snapshot, const compare::Result& result)
+QJsonObject resultJson(const Options& options, const QString& name, const QString& out,
+                       const predict::Prediction& prediction, const state::Snapshot& snapshot,
+                       const compare::Result& result)
 {
     QJsonArray lines, other;
     for (const predict::Line& line : prediction.lines) {
@@ -58,18 +59,17 @@ QJsonObject resultJson(const Options& options, const QString& out, const predict
     for (const compare::Difference& d : result.differences)
         if (d.line <= 0)
             other.append(differenceJson(d));
-    const QJsonObject json{{"schema", "update-package-preview/1"},
-                           {"package", prediction.packageName},
-                           {"job", options.pcJob ? "pc" : "stick"},
-                           {"outDir", out},
-                           {"ended", snapshot.ended},
-                           {"endPredicted", predict::endName(prediction.end)},
-                           {"view", snapshot.view},
-                           {"agrees", result.agrees()},
-                           {"differenceCount", int(result.differences.size())},
-                           {"lines", lines},
-                           {"outsideLines", other}};
-    return json;
+    return QJsonObject{{"schema", "update-package-preview/1"},
+                       {"package", name},
+                       {"job", options.pcJob ? "pc" : "stick"},
+                       {"outDir", out},
+                       {"ended", snapshot.ended},
+                       {"endPredicted", predict::endName(prediction.end)},
+                       {"view", snapshot.view},
+                       {"agrees", result.agrees()},
+                       {"differenceCount", int(result.differences.size())},
+                       {"lines", lines},
+                       {"outsideLines", other}};
 }
 
 // Prints the view's lines as the trace reports them, stamped with the seconds since the start; of the
@@ -222,8 +222,7 @@ void report(const Options& options, const state::Snapshot& snapshot, int timeout
                        .arg(predict::endName(prediction.end));
     print(QStringLiteral("\n") + item.summary);
     item.agrees = result.agrees() && damage.isEmpty();
-    item.json = resultJson(options, item.outDir, prediction, snapshot, result);
-    item.json.insert("package", item.name);
+    item.json = resultJson(options, item.name, item.outDir, prediction, snapshot, result);
 }
 
 int timeoutFor(const Options& options, const Item& item)
@@ -309,8 +308,10 @@ int runSession(const Options& options, const QString& out, QVector<Item>& items)
         [&](int k, const std::optional<state::Snapshot>& snapshot, const QString& readError) {
             if (snapshot)
                 report(options, *snapshot, timeout, items[k]);
-            else
-                print(items[k].summary = "the instrument's state could not be read: " + readError);
+            else {
+                items[k].summary = "the instrument's state could not be read: " + readError;
+                print(QStringLiteral("preview: ") + items[k].summary);
+            }
             if (snapshot && !snapshot->ended)
                 stopped = QStringLiteral("package %1 did not end").arg(k + 1);
             else if (k + 1 < items.size())
