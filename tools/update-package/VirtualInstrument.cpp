@@ -69,8 +69,10 @@ bool runJobs(const QVector<Job>& jobs, const QString& sessionDir, const Done& do
         error = QStringLiteral("cannot make the folder %1").arg(sessionDir);
         return false;
     }
-    if (session)
+    if (session) {
         args << "--session" << QFileInfo(sessionDir).absoluteFilePath();
+        QFile::remove(sessionDir + "/trace.log"); // an earlier run's, which the follower must not take
+    }
     QStringList outs;
     for (int i = 0; i < jobs.size(); ++i) {
         const Job& job = jobs[i];
