@@ -47,7 +47,7 @@ public:
                                                                0}
     {
         if (const Prediction* after = options.after) {
-            m_systemType = m_result.systemType = after->systemType;
+            m_systemType = after->systemType;
             m_result.partitions = after->partitions;
             for (target::Partition& partition : m_result.partitions)
                 partition.line = 0; // written before this job
@@ -368,9 +368,8 @@ void Job::system(Line& line)
     const QString& arg = line.argument;
     const bool known = arg == QLatin1String("SDCARD") || arg == QLatin1String("NAND");
     view(known ? grammar::systemSet.arg(arg) : grammar::systemUnknown.arg(arg));
-    m_systemLine = m_result.systemLine = line.number;
-    m_systemType = m_result.systemType =
-        arg == QLatin1String("SDCARD") ? SystemType::SdCard : SystemType::Unknown;
+    m_systemLine = line.number;
+    m_systemType = arg == QLatin1String("SDCARD") ? SystemType::SdCard : SystemType::Unknown;
     if (arg == QLatin1String("NAND"))
         finding(QStringLiteral("system-nand"),
                 QStringLiteral(
@@ -739,6 +738,8 @@ Prediction Job::run()
         }
     }
     m_result.root = m_tree;
+    m_result.systemType = m_systemType;
+    m_result.systemLine = m_systemLine;
     std::stable_sort(m_result.findings.begin(), m_result.findings.end(),
                      [](const Finding& a, const Finding& b) { return a.line < b.line; });
     return m_result;
