@@ -14,7 +14,7 @@ namespace preview {
 
 struct Package
 {
-    QString archive;     // the file that goes onto the medium
+    QString archive; // the file that goes onto the medium
     package::Package read;
     QString archiveName; // its name on the medium when it was packed from a folder
 };
