@@ -195,7 +195,7 @@ play() { # <job> <package> <out>
 
 # What an earlier run left in a state folder; inputs such as faults and system stay.
 clear_state() { # <folder>
-    rm -rf "${1:?}/rootfs" "$1/media" "$1/pic" "$1/keys"
+    rm -rf "${1:?}/rootfs" "${1:?}/media" "${1:?}/pic" "${1:?}/keys"
     rm -f "$1"/{calls.log,trace.log,clock.log,line-changes,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
         "$1"/{end,menu}{,-raw}.png
     mkdir -p "$1/media"
