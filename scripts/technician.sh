@@ -14,9 +14,17 @@
 #   probe.txt, updater.log, sandbox.log       the probe's reports, the updater's output, the run's start/end
 #   outcome                                   "ended" or "not ended: <why>"
 # Every job gets a fresh root, fresh media and the instrument as at start; all jobs share one instrument.
+# With --session DIR the jobs are one session instead: one running updater takes them one after another,
+# as a technician inserts one stick after the other (it keeps what it holds, such as its system type, and
+# the root keeps what a job left). DIR is then the state folder of the whole session (rootfs/, media/,
+# pic/, trace.log, ... as above, the instrument as the last job left it); each OUT gets only the job's own
+# view.txt, outcome, screenshots and part of the trace. After each job's "done OUT" the technician waits
+# for a line on its standard input (end of input: it goes on at once) before the next, so that a reader
+# can read DIR as that job left it. A job that does not end ends the session: later jobs are not run.
 # The updater runs on Qt's offscreen platform; the probe plugin inside it takes the keys (through a fifo,
 # as the keypad's events arrive) and takes the screenshots.
 # Options:
+#   --session DIR     the jobs as one session of one running updater (above)
 #   --build DIR       the build tree (default $UPDATER_BUILD_DIR)
 #   --cpu N           pin the instrument and the updater to CPU N
 #   --timeout S       a job that has not ended after S seconds is stopped (default $TECHNICIAN_TIMEOUT or 1200)
@@ -31,10 +39,11 @@ repo=$(dirname "$here")
 say() { echo "technician: $*" >&2; }
 usage() { say "$*"; sed -n '3,4p' "${BASH_SOURCE[0]}" >&2; exit 2; }
 
-build=${UPDATER_BUILD_DIR:-} cpu=() timeout_s=${TECHNICIAN_TIMEOUT:-1200} screens=1 window=0
+build=${UPDATER_BUILD_DIR:-} cpu=() timeout_s=${TECHNICIAN_TIMEOUT:-1200} screens=1 window=0 session=""
 instrument_args=()
 while [ $# -gt 0 ]; do
     case "$1" in
+    --session) session=${2:?--session needs a folder}; shift 2 ;;
     --build) build=${2:?--build needs a folder}; shift 2 ;;
     --cpu) cpu=(--cpu "${2:?--cpu needs a number}"); shift 2 ;;
     --timeout) timeout_s=${2:?--timeout needs seconds}; shift 2 ;;
@@ -50,6 +59,10 @@ done
 build=$(cd "$build" && pwd)
 [ $# -gt 0 ] && [ $(($# % 3)) = 0 ] || usage "expected JOB PACKAGE OUT triples, got: $*"
 [[ $timeout_s =~ ^[0-9]+$ ]] || usage "--timeout takes whole seconds, got '$timeout_s'"
+if [ -n "$session" ]; then
+    [ "$window" = 0 ] || usage "--window leaves the updater open after a job: not with --session"
+    mkdir -p "$session" && session=$(cd "$session" && pwd) || usage "cannot create the folder '$session'"
+fi
 [ ${#instrument_args[@]} -gt 0 ] || instrument_args=(--instrument-arg --pic --instrument-arg --serial --instrument-arg esa)
 for part in updater/updater sim/instrument/sim-instrument sim/probe/plugins/generic/libprobe.so; do
     [ -e "$build/$part" ] || usage "$build/$part is missing: build it first"
@@ -114,7 +127,7 @@ follow() { # <out>
         {jobs_fd}>&-)
     follower=$!
 }
-event="" deadline=0 why=""
+event="" deadline=0 why="" run="" run_stopped=1
 # Reads events until one matches the extended regex; fails at the deadline or when the run has ended.
 await() { # <regex>
     local left
@@ -159,7 +172,7 @@ play() { # <job> <package> <out>
             await '^view (plain Copy the firmware_update_tar.bz2|red Failed to initialise PC connection)' ||
             return 1
         [[ $event =~ ^view\ red ]] && { why="the USB gadget did not load"; return 1; }
-        [ "$package" = none ] || cp "$package" "$out/media/mmcblk0p6/"
+        [ "$package" = none ] || cp "$package" "$state_dir/media/mmcblk0p6/"
         say "copied the package onto the transfer partition"
         key F1 || return 1
     fi
@@ -174,52 +187,58 @@ play() { # <job> <package> <out>
         await '^ended ' || true
         return 0
     fi
-    [ "$screens" = 0 ] || { key F1 && await '^painted UpdaterMainScreen$' && shot menu; } || return 1
+    # Back at the menu (the next job of a session starts there).
+    if [ "$screens" = 1 ] || [ -n "$session" ]; then
+        key F1 && await '^painted UpdaterMainScreen$' && shot menu || return 1
+    fi
 }
 
-status=0
-for i in "${!jobs[@]}"; do
-    out=${outs[$i]}
-    # What an earlier job left here; inputs such as faults and system stay.
-    rm -rf "${out:?}/rootfs" "$out/media" "$out/pic" "$out/keys"
-    rm -f "$out"/{calls.log,trace.log,clock.log,line-changes,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
-        "$out"/{end,menu}{,-raw}.png
-    mkdir -p "$out/media"
-    if [ "${jobs[$i]}" = stick ]; then
-        mkdir -p "$out/media/sda1"
-        [ "${packages[$i]}" = none ] || cp "${packages[$i]}" "$out/media/sda1/"
+# What an earlier run left in a state folder; inputs such as faults and system stay.
+clear_state() { # <folder>
+    rm -rf "${1:?}/rootfs" "${1:?}/media" "${1:?}/pic" "${1:?}/keys"
+    rm -f "$1"/{calls.log,trace.log,clock.log,line-changes,probe.txt,updater.log,updater.pid,sandbox.log,view.txt,outcome,rootfs.start} \
+        "$1"/{end,menu}{,-raw}.png
+    mkdir -p "$1/media"
+}
+# The job's medium: a stick with the package on it (a new stick for every job), or the PC job's transfer
+# partition (play copies the package onto it, as the PC does).
+insert() { # <job> <package> <state folder>
+    if [ "$1" = stick ]; then
+        rm -rf "$3/media/sda1"
+        mkdir -p "$3/media/sda1"
+        [ "$2" = none ] || cp "$2" "$3/media/sda1/"
     else
-        mkdir -p "$out/media/mmcblk0p6"
+        mkdir -p "$3/media/mmcblk0p6"
     fi
-    mkfifo "$out/keys"
+}
+# One run of the updater on the state folder: the probe's fifo, its reports followed, the run asked for.
+start_run() { # <state folder>
+    mkfifo "$1/keys"
     # Held open by the technician too, so a write never waits for the updater, alive or not.
-    exec {keys_fd}<>"$out/keys"
-    : >"$out/probe.txt"
-    : >"$out/sandbox.log"
-    follow "$out"
-    echo "$out" >&"$jobs_fd"
+    exec {keys_fd}<>"$1/keys"
+    : >"$1/probe.txt"
+    : >"$1/sandbox.log"
+    follow "$1"
+    echo "$1" >&"$jobs_fd"
     deadline=$((SECONDS + timeout_s))
-    run="" why=""
-    if await '^started [0-9]+$'; then
-        run=${event#started }
-        await '^painted UpdaterMainScreen$' && record_start "$out" && play "${jobs[$i]}" "${packages[$i]}" "$out" ||
-            true
-    fi
-    if [ -z "$why" ]; then
-        echo ended >"$out/outcome"
-    else
-        echo "not ended: $why" >"$out/outcome"
-        say "$out: the job did not reach its end: $why"
-        status=1
-    fi
-    # The updater is done with: asked to quit, or stopped with its whole run when it does not.
+    run="" why="" run_stopped=0
+    await '^started [0-9]+$' || return 1
+    run=${event#started }
+    await '^painted UpdaterMainScreen$' && record_start "$1"
+}
+# The updater is done with: asked to quit, or stopped with its whole run when it does not.
+stop_run() {
+    [ "$run_stopped" = 0 ] || return 0
+    run_stopped=1
     if [ -n "$run" ] && ! [[ $event =~ ^ended ]]; then
         tell quit
         deadline=$((SECONDS + 10))
         await '^ended ' || { kill -TERM -- "-$run" 2>/dev/null || true; deadline=$((SECONDS + 30)); await '^ended ' || true; }
     fi
     exec {keys_fd}>&-
-    [ -z "$run" ] || echo "done $out"
+}
+# A run that never started: the sandbox's own word, and the end.
+never_started() {
     if [ -z "$run" ] && ! kill -0 "$batch_pid" 2>/dev/null; then
         set +e
         wait "$batch_pid"
@@ -231,5 +250,64 @@ for i in "${!jobs[@]}"; do
         say "the sandbox ended before the job started (exit status $rc)"
         exit 1
     fi
+}
+# The job's end in the state folder given, for the job's OUT.
+record_outcome() { # <state folder>
+    if [ -z "$why" ]; then
+        echo ended >"$1/outcome"
+    else
+        echo "not ended: $why" >"$1/outcome"
+        say "$out: the job did not reach its end: $why"
+        status=1
+    fi
+}
+
+status=0
+if [ -n "$session" ]; then
+    state_dir=$session
+    clear_state "$session"
+    start_run "$session" || never_started
+    halted=${why:+the updater did not start: $why}
+    for i in "${!jobs[@]}"; do
+        out=${outs[$i]}
+        rm -f "$out"/{trace.log,view.txt,outcome} "$out"/{end,menu}{,-raw}.png
+        if [ -n "$halted" ]; then
+            say "${packages[$i]}: not run: $halted"
+            status=1
+            continue
+        fi
+        insert "${jobs[$i]}" "${packages[$i]}" "$session"
+        rm -f "$session"/{view.txt,outcome} "$session"/{end,menu}{,-raw}.png
+        seen=$({ wc -l <"$session/trace.log"; } 2>/dev/null || echo 0)
+        deadline=$((SECONDS + timeout_s))
+        play "${jobs[$i]}" "${packages[$i]}" "$session" || true
+        # The PIC's memories as this job left them (the sandbox copies them only when the run ends).
+        [ -n "$why" ] || { tell save-pic && await '^saved-pic'; } || true
+        record_outcome "$session"
+        if [ -n "$why" ]; then
+            stop_run
+            halted="a job before it did not end"
+        fi
+        tail -n +$((seen + 1)) "$session/trace.log" >"$out/trace.log" 2>/dev/null || true
+        for file in view.txt outcome {end,menu}{,-raw}.png; do
+            [ ! -e "$session/$file" ] || cp "$session/$file" "$out/"
+        done
+        echo "done $out"
+        IFS= read -r _ || true
+    done
+    stop_run
+    exit $status
+fi
+
+for i in "${!jobs[@]}"; do
+    out=${outs[$i]}
+    state_dir=$out
+    clear_state "$out"
+    insert "${jobs[$i]}" "${packages[$i]}" "$out"
+    start_run "$out" && play "${jobs[$i]}" "${packages[$i]}" "$out" || true
+    record_outcome "$out"
+    stop_run
+    [ -z "$run" ] || echo "done $out"
+    never_started
 done
 exit $status

@@ -11,7 +11,8 @@
 //   menu-label <text of the menu's version line>                        (right after painted-menu)
 //   shown <screen> / painted <screen>     (a screen became visible / was painted for the first time since)
 //   view ..., undo, clear                 (the message view's changes, as in the trace; see below)
-//   pressed <key> / shot <name> / saved-view <name> / quit   (a driver's command was carried out)
+//   pressed <key> / shot <name> / saved-view <name> / saved-pic / quit   (a driver's command was carried
+//                                                                          out; "saved-pic none": no PIC)
 //   refused <command>                     (a driver's command that could not be carried out)
 // The trace ($SIM_STATE/trace.log) gets the view's changes the moment they happen, so they interleave with
 // the target commands' lines (sim/stubs) exactly:
@@ -24,6 +25,8 @@
 //   shot NAME         NAME-raw.png (the top-level window as drawn) and NAME.png (turned by 180 degrees, as
 //                     the technician sees the display mounted upside down), beside the report file
 //   save-view NAME    the message view's plain text into NAME, beside the report file
+//   save-pic          the PIC's memories as they are now ($SIM_CONTROL/pic/flash and config) into pic/
+//                     beside the report file (the sandbox copies them only when the run ends)
 //   quit              ends the event loop
 #include <QApplication>
 #include <QDir>
@@ -334,12 +337,38 @@ private:
                 return;
             }
             write("saved-view " + argument);
+        } else if (verb == "save-pic") {
+            const QString from = qEnvironmentVariable("SIM_CONTROL") + "/pic/";
+            const QDir to = QFileInfo(m_out).dir();
+            if (!QFileInfo::exists(from + "flash")) {
+                write("saved-pic none");
+                return;
+            }
+            if (!to.mkpath("pic") || !copyWhole(from + "flash", to.filePath("pic/flash")) ||
+                !copyWhole(from + "config", to.filePath("pic/config"))) {
+                write("refused " + command);
+                return;
+            }
+            write("saved-pic");
         } else if (verb == "quit") {
             write("quit");
             QCoreApplication::exit(0);
         } else {
             write("refused " + command);
         }
+    }
+
+    // A device's file to its end (the instrument's files may not know their size), over `to`.
+    static bool copyWhole(const QString& from, const QString& to)
+    {
+        QFile in(from), out(to);
+        if (!in.open(QIODevice::ReadOnly) || !out.open(QIODevice::WriteOnly | QIODevice::Truncate))
+            return false;
+        char buffer[65536];
+        for (qint64 n; (n = in.read(buffer, sizeof buffer)) != 0;)
+            if (n < 0 || out.write(buffer, n) != n)
+                return false;
+        return true;
     }
 
     void write(const QString& line)

@@ -35,6 +35,38 @@ class InstrumentStateTest : public QObject
     QTemporaryDir m_work;
     QString m_archive; // what a package's tar line unpacks: etc/new.conf and lib/modules/4.19/extra/new.ko
 
+    // A state folder in dir over the lower root; its listing of the root as the reader has it.
+    static QString makeState(const QString& dir)
+    {
+        const QString lower = dir + "/lower", state = dir + "/state";
+        for (const QString& folder : {lower, state + "/rootfs", dir + "/work", dir + "/merged"})
+            QDir().mkpath(folder);
+        run("sh", {"-c", lowerRoot}, lower);
+        writeFile(state + "/lowerdirs", lower.toUtf8() + '\n');
+        return state;
+    }
+
+    // The shell commands in the merged root of the state folder dir/state; empty, or what went wrong.
+    static QString change(const QString& dir, const QString& job)
+    {
+        const Run changed =
+            run("unshare",
+                {"-m", "--propagation", "private", "sh", "-ec",
+                 "mount -t overlay overlay -o \"lowerdir=$1,upperdir=$2,workdir=$3\" \"$4\"; cd \"$4\"; "
+                 "eval \"$5\"",
+                 "job", dir + "/lower", dir + "/state/rootfs", dir + "/work", dir + "/merged", job});
+        return changed.exitCode == 0 ? QString()
+                                     : changed.err + QStringLiteral(" (exit %1)").arg(changed.exitCode);
+    }
+
+    static QStringList rootLines(const state::Snapshot& snapshot)
+    {
+        QStringList lines = state::text(snapshot).split('\n').mid(1, snapshot.root.size());
+        for (QString& line : lines)
+            line = line.trimmed();
+        return lines;
+    }
+
 private slots:
     void initTestCase()
     {
@@ -126,28 +158,70 @@ private slots:
         QFETCH(QStringList, listed);
         QFETCH(QStringList, besides);
         const QString dir = m_work.path() + '/' + QTest::currentDataTag();
-        const QString lower = dir + "/lower", state = dir + "/state";
-        for (const QString& folder : {lower, state + "/rootfs", dir + "/work", dir + "/merged"})
-            QVERIFY(QDir().mkpath(folder));
-        QCOMPARE(run("sh", {"-c", lowerRoot}, lower).err, QString());
-        writeFile(state + "/lowerdirs", lower.toUtf8() + '\n');
+        const QString state = makeState(dir);
         for (int i = 0; i + 1 < besides.size(); i += 2)
             writeFile(state + '/' + besides[i], besides[i + 1].toUtf8());
-        const Run changed =
-            run("unshare",
-                {"-m", "--propagation", "private", "sh", "-ec",
-                 "mount -t overlay overlay -o \"lowerdir=$1,upperdir=$2,workdir=$3\" \"$4\"; cd \"$4\"; "
-                 "eval \"$5\"",
-                 "job", lower, state + "/rootfs", dir + "/work", dir + "/merged", job});
-        QVERIFY2(changed.exitCode == 0, qPrintable(changed.err));
+        const QString failed = change(dir, job);
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
 
         QString error;
         const auto snapshot = state::read(state, error);
         QVERIFY2(snapshot, qPrintable(error));
-        QStringList lines = state::text(*snapshot).split('\n').mid(1, snapshot->root.size());
-        for (QString& line : lines)
-            line = line.trimmed();
-        QCOMPARE(lines, listed);
+        QCOMPARE(rootLines(*snapshot), listed);
+    }
+
+    // Two jobs of one session on one root: what the second changed, each path "was" as the first left it
+    // ('~' when the first left it there, '+' when not). The rows' names become folders: no commas.
+    void sessionJob_data()
+    {
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QStringList>("listed");
+        QTest::newRow("untouched by the second") << "printf 1 >etc/made"
+                                                 << "true" << QStringList();
+        QTest::newRow("written again")
+            << "printf 1 >etc/made"
+            << "printf 22 >etc/made" << QStringList{"~ /etc/made  file 0644 0:0 2 bytes sha256 " + sha("22")};
+        QTest::newRow("made by the first and removed by the second")
+            << "printf 1 >etc/made"
+            << "rm etc/made" << QStringList{"- /etc/made  was file 0644 0:0 1 bytes"};
+        QTest::newRow("changed by the first and removed by the second")
+            << "printf 1 >etc/same.conf"
+            << "rm etc/same.conf" << QStringList{"- /etc/same.conf  was file 0644 0:0 1 bytes"};
+        QTest::newRow("removed by the first and made again by the second")
+            << "rm usr/bin/cp"
+            << "printf 333 >usr/bin/cp"
+            << QStringList{"+ /usr/bin/cp  file 0644 0:0 3 bytes sha256 " + sha("333")};
+        QTest::newRow("only the second") << "true"
+                                         << "chmod 600 etc/same.conf"
+                                         << QStringList{"~ /etc/same.conf  file 0600 0:0 5 bytes sha256 " +
+                                                        sha("same\n") + "  was file 0644 0:0 5 bytes"};
+    }
+
+    void sessionJob()
+    {
+        QFETCH(QString, first);
+        QFETCH(QString, second);
+        QFETCH(QStringList, listed);
+        const QString dir = m_work.path() + "/session-" + QTest::currentDataTag();
+        const QString state = makeState(dir);
+        QString error;
+        QString failed = change(dir, "umask 022; " + first);
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        writeFile(state + "/trace.log", "view plain First\n");
+        const auto before = state::read(state, error);
+        QVERIFY2(before, qPrintable(error));
+        failed = change(dir, "umask 022; " + second);
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        writeFile(state + "/trace.log", "view plain First\nview plain Second\n");
+        writeFile(state + "/outcome", "ended\n");
+        const auto now = state::read(state, error);
+        QVERIFY2(now, qPrintable(error));
+
+        const state::Snapshot job = state::since(*before, *now);
+        QCOMPARE(rootLines(job), listed);
+        QCOMPARE(job.trace, QVector<QString>{"view plain Second"});
+        QVERIFY(job.ended);
     }
 
     // Everything besides the root: partitions, the PIC, the trace and what the view held.

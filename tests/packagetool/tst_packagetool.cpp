@@ -3,6 +3,7 @@
 #include "Compare.h"
 #include "Exposure.h"
 #include "PackageFixture.h"
+#include "Report.h"
 
 using namespace fixture;
 
@@ -490,6 +491,9 @@ private slots:
                                            << "3 view";
         QTest::newRow("a missing view line") << "drop Updating Linux modules with: /modules.tar"
                                              << "4 view";
+        QTest::newRow("a progress line after its command")
+            << "later Updating Linux modules with: /modules.tar"
+            << "4 order";
         QTest::newRow("the mode of /") << "root / 0700"
                                        << "0 root";
         QTest::newRow("the application's content") << "root /home/mainApp content"
@@ -515,10 +519,14 @@ private slots:
 
         state::Snapshot s;
         s.ended = true;
+        QString late; // a view line that comes after the next command instead
         for (const predict::Event& e : p.events) {
             if (e.type == predict::Event::Type::View) {
-                if (change != "drop " + e.text)
-                    s.trace << "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+                const QString line = "view " + e.shownColour + ' ' + predict::escaped(e.shown);
+                if (change == "later " + e.text)
+                    late = line;
+                else if (change != "drop " + e.text)
+                    s.trace << line;
             } else if (e.traced) {
                 s.trace << "run " + e.text
                         << QString("exit %1").arg(e.exit == predict::Exit::Success ? 0 : 1);
@@ -526,6 +534,8 @@ private slots:
                     s.trace.back() = "exit 1";
                 if (change == "red after nandwrite" && e.text.startsWith("nandwrite"))
                     s.trace << "view red Failed - something";
+                if (!late.isEmpty())
+                    s.trace << std::exchange(late, QString());
             }
         }
         for (auto it = p.root->changed().begin(); it != p.root->changed().end(); ++it) {
@@ -559,6 +569,81 @@ private slots:
         for (const compare::Difference& d : result.differences)
             found << QString("%1 %2").arg(d.line).arg(d.what);
         QCOMPARE(found.join(", "), expected);
+    }
+
+    // A package after another in one run of the updater starts where that one ended: the system type
+    // its SYSTEM line set, the root with what it installed and what it unpacked into /tmp.
+    void predictionStartsWhereTheOneBeforeEnded_data()
+    {
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<Files>("files");
+        QTest::addColumn<QString>("second");
+        QTest::addColumn<QString>("command"); // run by the second only after the first
+        QTest::addColumn<QString>("end");     // of the second after the first
+        QTest::newRow("the system type") << "SYSTEM:SDCARD\n"
+                                         << Files() << "KERNEL:/uImage\n"
+                                         << "sdimage -f /tmp/firmware_update/uImage -d /dev/mmcblk0"
+                                         << "complete";
+        // The second package lacks the file: the copy takes the one the first left in /tmp.
+        QTest::newRow("a file the first installed")
+            << "FILE:/etc/session.conf\n"
+            << Files{{"etc/session.conf", {"session\n"}}} << "UPDATER:/etc/session.conf\n"
+            << "cp /tmp/firmware_update/etc/session.conf /etc/session.conf"
+            << "complete";
+    }
+
+    void predictionStartsWhereTheOneBeforeEnded()
+    {
+        QFETCH(QString, first);
+        QFETCH(Files, files);
+        QFETCH(QString, second);
+        QFETCH(QString, command);
+        QFETCH(QString, end);
+        const QString tag = QString(QTest::currentDataTag()).replace(' ', '-');
+        QString error;
+        const auto instrument = profile::read(testProfile, error);
+        const auto one = package::read(m_base.variant(tag + "-1", first, files), error);
+        QVERIFY2(instrument && one, qPrintable(error));
+        // The second is unpacked over the first: a file of the base it also has would hide the point.
+        const QString folder = m_base.dir.path() + "/v/" + tag + "-2";
+        writeFile(folder + "/update_config", second.toUtf8());
+        writeFile(folder + "/uImage", m_base.payload("uImage"));
+        const auto two = package::read(folder, error);
+        QVERIFY2(two, qPrintable(error));
+
+        const predict::Prediction before = predict::predict(*one, *instrument);
+        QCOMPARE(before.unknownEnd(), QString());
+        predict::Options options;
+        options.after = &before;
+        const predict::Prediction chained = predict::predict(*two, *instrument, options);
+        const predict::Prediction alone = predict::predict(*two, *instrument);
+        const auto runs = [&](const predict::Prediction& p) {
+            return std::any_of(p.events.begin(), p.events.end(), [&](const predict::Event& e) {
+                return e.type == predict::Event::Type::Run && e.text == command &&
+                       e.exit == predict::Exit::Success;
+            });
+        };
+        QVERIFY2(runs(chained), qPrintable(report::inspectText(*two, chained)));
+        QVERIFY(!runs(alone));
+        QCOMPARE(predict::endName(chained.end), end);
+        QCOMPARE(chained.systemType, before.systemType);
+        QCOMPARE(chained.systemLine, 0);
+        // What the first unpacked stays in /tmp, and is not the second's change.
+        QVERIFY(chained.root->at("/tmp/firmware_update/etc/x.conf"));
+        QVERIFY(!chained.root->changed().contains("/tmp/firmware_update/etc/x.conf"));
+    }
+
+    // A script's own commands leave the root unknown: no package can be predicted after it.
+    void noPredictionAfterAnUnknownEnd()
+    {
+        QString error;
+        const auto instrument = profile::read(testProfile, error);
+        const auto pkg = package::read(m_base.variant("effects", "SCRIPT:/post.sh\n",
+                                                      {{"post.sh", {"#!/bin/sh\nrm -f /etc/x\n", 0755}}}),
+                                       error);
+        QVERIFY2(instrument && pkg, qPrintable(error));
+        QCOMPARE(predict::predict(*pkg, *instrument).unknownEnd(),
+                 QString("line 1 (SCRIPT:/post.sh) runs a script whose own commands are not predicted"));
     }
 
     void buildRefuses_data()

@@ -206,19 +206,45 @@ Result compare(const predict::Prediction& p, const state::Snapshot& s)
         }
     }
     const QVector<QPair<int, int>> pairs = align(predictedKeys, observedKeys);
+    // An event the alignment leaves out on both sides came in another place than predicted: one
+    // difference of order on its line, not one missing and one extra.
+    QVector<int> movedTo(predicted.size(), -1);
+    QVector<bool> moved(observed.size(), false);
+    {
+        QVector<bool> predictedMatched(predicted.size(), false), observedMatched(observed.size(), false);
+        for (const auto& [pi, oj] : pairs)
+            predictedMatched[pi] = observedMatched[oj] = true;
+        for (int a = 0; a < predicted.size(); ++a) {
+            for (int b = 0; b < observed.size() && !predictedMatched[a] && !predicted[a]->optional; ++b) {
+                if (!observedMatched[b] && !moved[b] && observedKeys[b] == predictedKeys[a]) {
+                    movedTo[a] = b;
+                    moved[b] = true;
+                    break;
+                }
+            }
+        }
+    }
+    const auto placed = [](const QStringList& keys, int index) {
+        return index == 0 ? keys[index] + QStringLiteral(", first")
+                          : keys[index] + QStringLiteral(", after ") + keys[index - 1];
+    };
     int i = 0, j = 0, lastLine = 0;
     const auto unmatchedUpTo = [&](int toI, int toJ) {
         for (; i < toI; ++i) {
             lastLine = predicted[i]->line;
-            if (!predicted[i]->optional)
+            if (movedTo[i] >= 0)
+                differ(lastLine, QStringLiteral("order"), placed(predictedKeys, i),
+                       placed(observedKeys, movedTo[i]));
+            else if (!predicted[i]->optional)
                 differ(lastLine,
                        predicted[i]->type == Event::Type::View ? QStringLiteral("view")
                                                                : QStringLiteral("run"),
                        predictedKeys[i], QStringLiteral("(not there)"));
         }
         for (; j < toJ; ++j)
-            differ(lastLine, observed[j].run ? QStringLiteral("run") : QStringLiteral("view"),
-                   QStringLiteral("(nothing)"), observedKeys[j]);
+            if (!moved[j])
+                differ(lastLine, observed[j].run ? QStringLiteral("run") : QStringLiteral("view"),
+                       QStringLiteral("(nothing)"), observedKeys[j]);
     };
     for (const auto& [pi, oj] : pairs) {
         unmatchedUpTo(pi, oj);

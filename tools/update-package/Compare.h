@@ -1,7 +1,8 @@
 #pragma once
 // The prediction against what the virtual instrument showed and holds after the job, keyed by the
 // command-list line. The trace is aligned with the predicted events in order (a longest common
-// subsequence), so one difference does not make every later line disagree. Changes of the root nobody
+// subsequence), so one difference does not make every later line disagree; an event that came in
+// another place than predicted is one difference of order on its line. Changes of the root nobody
 // predicted (a folder's mode, a link replaced, a file written through a link) are differences too.
 
 #include "InstrumentState.h"
@@ -15,7 +16,7 @@ namespace compare {
 struct Difference
 {
     int line = 0; // command-list line; 0 before the list (or no line predicted it), -1 after it
-    QString what; // "view", "run", "exit", "root", "partition", "pic", "end"
+    QString what; // "view", "run", "order", "exit", "root", "partition", "pic", "end"
     QString predicted, observed;
 };
 

@@ -508,6 +508,61 @@ std::optional<Snapshot> read(const QString& stateDir, QString& error)
     return s;
 }
 
+Snapshot since(const Snapshot& before, const Snapshot& now)
+{
+    const auto stateOf = [](const Node& n) { return Before{n.kind, n.mode, n.uid, n.gid, n.size, n.target}; };
+    const auto same = [&](const Node& a, const Node& b) {
+        return a.removed == b.removed && (a.removed || (sameAttributes(stateOf(a), stateOf(b)) &&
+                                                        a.size == b.size && a.sha256 == b.sha256));
+    };
+    QHash<QString, const Node*> earlier;
+    for (const Node& n : before.root)
+        earlier.insert(n.path, &n);
+    Snapshot s = now;
+    s.root.clear();
+    s.trace = now.trace.mid(before.trace.size());
+    if (!now.ended) // no saved view: the trace's, from this job's start
+        s.view = viewFromTrace(s.trace);
+    QSet<QString> seen;
+    for (const Node& n : now.root) {
+        seen.insert(n.path);
+        const Node* e = earlier.value(n.path);
+        if (e && same(*e, n))
+            continue;
+        Node changed = n;
+        if (e) {
+            changed.before = e->removed ? std::nullopt : std::optional<Before>(stateOf(*e));
+            if (n.removed && !e->removed) { // what was removed is what the earlier job left
+                changed = *e;
+                changed.removed = true;
+                changed.sha256.clear();
+                changed.before = stateOf(*e);
+            }
+        }
+        s.root << changed;
+    }
+    // Back to what the start had: a path an earlier job made and this one removed.
+    for (const Node& e : before.root) {
+        if (seen.contains(e.path) || e.removed)
+            continue;
+        Node back = e;
+        back.removed = !e.before;
+        back.sha256.clear();
+        if (e.before) {
+            back.kind = e.before->kind;
+            back.mode = e.before->mode;
+            back.uid = e.before->uid;
+            back.gid = e.before->gid;
+            back.size = e.before->size;
+            back.target = e.before->target;
+        }
+        back.before = stateOf(e);
+        s.root << back;
+    }
+    std::sort(s.root.begin(), s.root.end(), [](const Node& a, const Node& b) { return a.path < b.path; });
+    return s;
+}
+
 QString viewFromTrace(const QVector<QString>& trace)
 {
     QStringList appends;

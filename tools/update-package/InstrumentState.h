@@ -64,6 +64,12 @@ struct Snapshot
 // Reads a finished job's state folder; on failure returns nothing and sets `error` to what is wrong where.
 std::optional<Snapshot> read(const QString& stateDir, QString& error);
 
+// What one job of a session (one run of the updater, jobs one after another) changed: `now` read from the
+// session's folder after the job, `before` after the job before it. The root's paths that differ from
+// `before` (their `before` as the earlier job left them), the trace's lines since; the partitions, the
+// PIC, the view and the outcome as `now` has them.
+Snapshot since(const Snapshot& before, const Snapshot& now);
+
 // A readable listing, one item a line (for people and diffs).
 QString text(const Snapshot& snapshot);
 

@@ -43,10 +43,18 @@ class Job
 public:
     Job(const package::Package& pkg, const profile::Profile& profile, const Options& options)
         : m_pkg(pkg),
-          m_tree(std::make_shared<rootfs::Tree>(profile)), m_context{*m_tree, profile, m_result.partitions,
-                                                                     m_notes, {},      {},
-                                                                     0}
+          m_tree(startTree(profile, options.after)), m_context{*m_tree, profile, m_result.partitions,
+                                                               m_notes, {},      {},
+                                                               0}
     {
+        if (const Prediction* after = options.after) {
+            m_systemType = after->systemType;
+            m_result.partitions = after->partitions;
+            for (target::Partition& partition : m_result.partitions)
+                partition.line = 0; // written before this job
+            m_result.pic = after->pic;
+            m_result.picKnown = after->picKnown;
+        }
         m_result.pcJob = options.pcJob;
         m_result.updater = profile.updater;
         m_name = !options.archiveName.isEmpty() ? options.archiveName
@@ -58,6 +66,15 @@ public:
     Prediction run();
 
 private:
+    static std::shared_ptr<rootfs::Tree> startTree(const profile::Profile& profile, const Prediction* after)
+    {
+        if (!after)
+            return std::make_shared<rootfs::Tree>(profile);
+        auto tree = std::make_shared<rootfs::Tree>(*after->root);
+        tree->startHere();
+        return tree;
+    }
+
     const package::Package& m_pkg;
     Prediction m_result;
     std::shared_ptr<rootfs::Tree> m_tree;
@@ -65,7 +82,12 @@ private:
     target::Context m_context;
     QString m_name;
     SystemType m_systemType = SystemType::Nand;
-    int m_systemLine = 0;
+    int m_systemLine = 0; // 0: the type came from an earlier package or is the updater's first
+    QString systemSetter() const
+    {
+        return m_systemLine > 0 ? QStringLiteral("line %1").arg(m_systemLine)
+                                : QStringLiteral("an earlier package");
+    }
     Line* m_line = nullptr; // the line running
     QSet<QString> m_read;   // paths of the unpacked package that commands name
     bool m_hung = false, m_unknown = false;
@@ -339,10 +361,10 @@ bool Job::remount()
     if (out.rule == QLatin1String("instrument-broken"))
         finding(out.rule, QStringLiteral("\"%1\" cannot start: %2").arg(line, out.message));
     else if (line.isEmpty())
-        finding(QStringLiteral("remount-unknown-type"),
-                QStringLiteral(
-                    "the remount fails: line %1 left the system type unknown, so its command line is empty")
-                    .arg(m_systemLine));
+        finding(
+            QStringLiteral("remount-unknown-type"),
+            QStringLiteral("the remount fails: %1 left the system type unknown, so its command line is empty")
+                .arg(systemSetter()));
     else
         finding(QStringLiteral("remount-fails"), QStringLiteral("\"%1\" fails: %2").arg(line, out.message));
     return false;
@@ -373,11 +395,11 @@ void Job::kernel(Line& line)
 {
     const QString& arg = line.argument;
     if (m_systemType == SystemType::Unknown) {
-        finding(QStringLiteral("kernel-skipped"),
-                QStringLiteral(
-                    "skipped without a word: line %1 left the system type unknown, so the kernel is not "
-                    "written and the line counts as done")
-                    .arg(m_systemLine));
+        finding(
+            QStringLiteral("kernel-skipped"),
+            QStringLiteral("skipped without a word: %1 left the system type unknown, so the kernel is not "
+                           "written and the line counts as done")
+                .arg(systemSetter()));
         return;
     }
     if (m_systemType == SystemType::SdCard) {
@@ -393,15 +415,14 @@ void Job::image(Line& line)
     if (m_systemType != SystemType::Nand) {
         red(grammar::imageWrongType.arg(arg));
         line.failed = true;
-        finding(QStringLiteral("image-wrong-type"),
-                m_systemType == SystemType::SdCard
-                    ? QStringLiteral(
-                          "IMAGE works on NAND systems only: after SYSTEM:SDCARD (line %1) it fails with "
-                          "\"Wrong System type\"")
-                          .arg(m_systemLine)
-                    : QStringLiteral(
-                          "line %1 left the system type unknown: IMAGE fails with \"Wrong System type\"")
-                          .arg(m_systemLine));
+        finding(
+            QStringLiteral("image-wrong-type"),
+            m_systemType == SystemType::SdCard
+                ? QStringLiteral("IMAGE works on NAND systems only: after SYSTEM:SDCARD (%1) it fails with "
+                                 "\"Wrong System type\"")
+                      .arg(systemSetter())
+                : QStringLiteral("%1 left the system type unknown: IMAGE fails with \"Wrong System type\"")
+                      .arg(systemSetter()));
         return;
     }
     const int before = m_result.findings.size();
@@ -453,8 +474,8 @@ void Job::picStep(Line& line)
     m_read.insert(l.path);
     view(QStringLiteral("Erasing PIC: "));
     view(QStringLiteral("0% "), Colour::Orange);
-    const pic::Memory before = m_result.picProgrammed ? m_result.pic : pic::blankChip();
-    m_result.picProgrammed = true;
+    const pic::Memory before = m_result.picKnown ? m_result.pic : pic::blankChip();
+    m_result.picProgrammed = m_result.picKnown = true;
     m_result.pic = pic::program(QByteArray(), before).memory; // the erase
     view(QStringLiteral("PIC Erase Complete\nProgramming PIC: "));
     view(QStringLiteral("0% "), Colour::Orange);
@@ -724,6 +745,8 @@ Prediction Job::run()
         }
     }
     m_result.root = m_tree;
+    m_result.systemType = m_systemType;
+    m_result.systemLine = m_systemLine;
     std::stable_sort(m_result.findings.begin(), m_result.findings.end(),
                      [](const Finding& a, const Finding& b) { return a.line < b.line; });
     return m_result;
@@ -735,6 +758,23 @@ bool Prediction::hasErrors() const
 {
     return std::any_of(findings.begin(), findings.end(),
                        [](const Finding& f) { return rules::severityOf(f.rule) == rules::Severity::Error; });
+}
+
+QString Prediction::unknownEnd() const
+{
+    if (end == End::Hang)
+        return QStringLiteral("the updater is predicted to wait forever in it");
+    for (const Line& line : lines) {
+        if (line.scriptEffects || line.uncertain)
+            return QString::fromLatin1(line.scriptEffects
+                                           ? "line %1 (%2) runs a script whose own commands are not predicted"
+                                           : "the outcome of line %1 (%2) cannot be predicted")
+                .arg(line.number)
+                .arg(line.text);
+    }
+    if (end == End::Unknown)
+        return QStringLiteral("its end cannot be predicted");
+    return QString();
 }
 
 QString Prediction::endText() const

@@ -98,17 +98,29 @@ struct Prediction
     std::shared_ptr<rootfs::Tree> root; // the file system after the job
     QMap<QString, target::Partition> partitions;
     bool picProgrammed = false; // a PIC step ran (its erase at least)
+    bool picKnown = false;      // `pic` is the PIC's memory: a PIC step of this package or an earlier one
     pic::Memory pic;
+    // The updater's system type at the end, and the line of this package that set it last (0: none did,
+    // it is the one the job started with).
+    grammar::SystemType systemType = grammar::SystemType::Nand;
+    int systemLine = 0;
 
     bool hasErrors() const;
     // The start of the view's last line, empty when the job never ends.
     QString endText() const;
+    // Why the instrument after this job is not known well enough to predict a next package from it (the
+    // job hangs, an outcome or a script's doing is unknown); empty when it is.
+    QString unknownEnd() const;
 };
 
 struct Options
 {
     bool pcJob = false;
     QString archiveName; // the package's name on the medium (a folder gets a name the updater finds)
+    // The package before this one in the same run of the updater: this one starts where that one ended
+    // (the root with what it unpacked into /tmp, the system type, the partitions, the PIC). Its
+    // unknownEnd() must be empty.
+    const Prediction* after = nullptr;
 };
 
 Prediction predict(const package::Package& pkg, const profile::Profile& profile, const Options& options = {});

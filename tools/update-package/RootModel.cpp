@@ -115,7 +115,15 @@ Tree::Tree(const profile::Profile& profile)
         if (!m_nodes.contains(it.key()))
             m_nodes.insert(it.key(), folderNode(it.key() == QLatin1String("/tmp") ? 01777 : 0755));
     }
+    m_original = m_profile = m_nodes;
+}
+
+void Tree::startHere()
+{
     m_original = m_nodes;
+    m_changed.clear();
+    m_touched.clear();
+    m_line = 0;
 }
 
 bool Tree::writable(const QString& path) const
@@ -204,7 +212,7 @@ Lookup Tree::resolve(const QString& path, bool follow, const QString& cwd) const
 bool Tree::resolvedAtStart(const QString& path) const
 {
     Tree start = *this;
-    start.m_nodes = m_original;
+    start.m_nodes = m_profile;
     const Lookup l = start.resolve(path, true);
     return l.err == Err::None && l.node;
 }

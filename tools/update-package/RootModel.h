@@ -78,8 +78,10 @@ public:
     QStringList children(const QString& folder) const;
     QStringList below(const QString& folder) const; // every path under it, deepest last
 
-    // Every path whose entry differs from the profile's, with the line that changed it last.
+    // Every path whose entry differs from the start's (the profile's), with the line that changed it last.
     const QMap<QString, int>& changed() const { return m_changed; }
+    // The root as it is now becomes the start: the next job of the same run of the updater finds it so.
+    void startHere();
     void setLine(int line) { m_line = line; }
     // The paths changed since the last call.
     QStringList takeTouched();
@@ -88,7 +90,7 @@ public:
     bool resolvedAtStart(const QString& path) const;
 
 private:
-    QMap<QString, Node> m_nodes, m_original;
+    QMap<QString, Node> m_nodes, m_original, m_profile;
     QMap<QString, bool> m_mounts;
     QMap<QString, int> m_changed;
     QStringList m_touched;

@@ -23,13 +23,15 @@ class TraceFollower
 public:
     explicit TraceFollower(const QString& path) : m_file(path) {}
 
+    // The new lines go to `progress` (when given).
     void poll(const std::function<void(const QString&)>& progress)
     {
-        if (!progress || (!m_file.isOpen() && !m_file.open(QIODevice::ReadOnly)))
+        if (!m_file.isOpen() && !m_file.open(QIODevice::ReadOnly))
             return;
         m_pending += m_file.readAll();
         for (int end; (end = m_pending.indexOf('\n')) >= 0;) {
-            progress(QString::fromUtf8(m_pending.left(end)));
+            if (progress)
+                progress(QString::fromUtf8(m_pending.left(end)));
             m_pending.remove(0, end + 1);
         }
     }
@@ -58,8 +60,11 @@ QString defaultBuildDir()
     return installation::buildDir();
 }
 
-bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const Options& options,
-              bool* unavailable)
+namespace {
+
+// A batch, or with `sessionDir` a session.
+bool runJobs(const QVector<Job>& jobs, const QString& sessionDir, const Done& done, QString& error,
+             const Options& options, bool* unavailable)
 {
     if (unavailable)
         *unavailable = false;
@@ -76,6 +81,15 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
     const int cpu = options.cpu >= 0 ? options.cpu : sched_getcpu();
     if (cpu >= 0)
         args << "--cpu" << QString::number(cpu);
+    const bool session = !sessionDir.isEmpty();
+    if (session && !QDir().mkpath(sessionDir)) {
+        error = QStringLiteral("cannot make the folder %1").arg(sessionDir);
+        return false;
+    }
+    if (session) {
+        args << "--session" << QFileInfo(sessionDir).absoluteFilePath();
+        QFile::remove(sessionDir + "/trace.log"); // an earlier run's, which the follower must not take
+    }
     QStringList outs;
     for (int i = 0; i < jobs.size(); ++i) {
         const Job& job = jobs[i];
@@ -110,8 +124,10 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
         return false;
     }
     // The technician says "done OUT" after each job; the trace of the job under way is followed meanwhile.
+    // A session's state is read while the technician waits for the word to go on.
     int next = 0;
     std::unique_ptr<TraceFollower> follower;
+    std::optional<state::Snapshot> sessionSoFar;
     QByteArray lines, said;
     const auto collect = [&] {
         said += technician.readAllStandardError();
@@ -123,15 +139,24 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
                 continue;
             if (follower)
                 follower->poll(jobs[next].progress);
-            follower.reset();
+            if (!session)
+                follower.reset();
             QString readError;
-            const auto snapshot = state::read(outs[next], readError);
+            auto snapshot = state::read(session ? sessionDir : outs[next], readError);
+            if (session && snapshot) {
+                const state::Snapshot now = *snapshot;
+                if (sessionSoFar)
+                    snapshot = state::since(*sessionSoFar, now);
+                sessionSoFar = now;
+            }
             done(next, snapshot, readError);
+            if (session)
+                technician.write("next\n");
             ++next;
         }
-        if (!follower && next < jobs.size() && jobs[next].progress)
-            follower = std::make_unique<TraceFollower>(outs[next] + "/trace.log");
-        if (follower)
+        if (!follower && next < jobs.size() && (session || jobs[next].progress))
+            follower = std::make_unique<TraceFollower>((session ? sessionDir : outs[next]) + "/trace.log");
+        if (follower && next < jobs.size())
             follower->poll(jobs[next].progress);
     };
     while (technician.state() != QProcess::NotRunning) {
@@ -151,6 +176,20 @@ bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const 
         return false;
     }
     return true;
+}
+
+} // namespace
+
+bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const Options& options,
+              bool* unavailable)
+{
+    return runJobs(jobs, QString(), done, error, options, unavailable);
+}
+
+bool runSession(const QVector<Job>& jobs, const QString& session, const Done& done, QString& error,
+                const Options& options, bool* unavailable)
+{
+    return runJobs(jobs, session, done, error, options, unavailable);
 }
 
 std::optional<state::Snapshot> run(const Job& job, QString& error, const Options& options, bool* unavailable)

@@ -2,7 +2,8 @@
 // Runs packages on the virtual instrument with the real, unmodified updater: scripts/technician.sh plays
 // the technician from outside the sandbox's root (keys through the probe inside the updater), and the
 // state reader reads what each job left. One instrument serves a whole batch; every job gets a fresh
-// root, fresh media and the instrument as at its start.
+// root, fresh media and the instrument as at its start, unless the batch is a session: one running
+// updater takes the jobs one after another, as a technician inserts one stick after the other.
 
 #include "InstrumentState.h"
 
@@ -51,6 +52,14 @@ using Done =
     std::function<void(int index, const std::optional<state::Snapshot>& snapshot, const QString& error)>;
 bool runBatch(const QVector<Job>& jobs, const Done& done, QString& error, const Options& options = {},
               bool* unavailable = nullptr);
+
+// The jobs as one session (scripts/technician.sh --session), the instrument's state in the folder
+// `session`: one running updater takes them one after another, as a technician inserts one stick after
+// the other; it keeps what it holds (its system type), the root keeps what a job left. A job's snapshot
+// is what that job changed (state::since); its outDir gets its view, outcome, trace and screenshots. A
+// job that does not end ends the session (false, and `error` says after which job).
+bool runSession(const QVector<Job>& jobs, const QString& session, const Done& done, QString& error,
+                const Options& options = {}, bool* unavailable = nullptr);
 
 QString defaultBuildDir();
 

@@ -241,7 +241,7 @@ int lintOrInspect(const QCommandLineParser& p, const Subcommand& command)
 
 int runPreview(const QCommandLineParser& p, const Subcommand& command)
 {
-    const QString path = p.positionalArguments().constFirst();
+    const QStringList paths = p.positionalArguments();
     preview::Options options;
     if (p.isSet("timeout")) {
         bool whole = false;
@@ -250,35 +250,38 @@ int runPreview(const QCommandLineParser& p, const Subcommand& command)
             return command.misuse(
                 QStringLiteral("--timeout takes whole seconds, got '%1'").arg(p.value("timeout")));
     }
-    auto pkg = load(path);
-    if (!pkg)
-        return 2;
-    options.package = path;
     options.pcJob = p.isSet("pc");
     options.json = p.isSet("json");
     options.build = instrument::defaultBuildDir();
     options.profile = profilePath(p);
-    QString base = QFileInfo(QDir::cleanPath(QFileInfo(path).absoluteFilePath())).fileName();
+    QString base = QFileInfo(QDir::cleanPath(QFileInfo(paths.first()).absoluteFilePath())).fileName();
     base.chop(base.endsWith(".tar.bz2", Qt::CaseInsensitive) ? 8 : 0);
-    options.out = p.isSet("out-dir") ? p.value("out-dir") : base + "-preview";
+    options.out =
+        p.isSet("out-dir") ? p.value("out-dir") : base + (paths.size() > 1 ? "-session-preview" : "-preview");
     const auto profile = instrumentProfile(p);
     if (!profile)
         return 2;
-    predict::Options how;
-    how.pcJob = options.pcJob;
     // A folder goes in as build packs it, under a name the updater finds.
     QTemporaryDir packed;
-    if (pkg->folder) {
-        if (!packable(*pkg, path, "preview"))
-            return 1;
-        sayLeftOut(*pkg, "preview");
-        options.package = packed.filePath(QStringLiteral("PreviewM_firmware_update.tar.bz2"));
-        QString error;
-        if (!packed.isValid() || !package::write(*pkg, path, options.package, error))
-            return say(stderr, "update-package preview: cannot pack the folder: " + error, 2);
-        how.archiveName = QFileInfo(options.package).fileName();
+    for (int k = 0; k < paths.size(); ++k) {
+        auto pkg = load(paths[k]);
+        if (!pkg)
+            return 2;
+        preview::Package entry{paths[k], *pkg, QString()};
+        if (pkg->folder) {
+            if (!packable(*pkg, paths[k], "preview"))
+                return 1;
+            sayLeftOut(*pkg, "preview");
+            entry.archive = packed.filePath(QStringLiteral("%1/PreviewM_firmware_update.tar.bz2").arg(k + 1));
+            QString error;
+            if (!packed.isValid() || !QDir().mkpath(QFileInfo(entry.archive).path()) ||
+                !package::write(*pkg, paths[k], entry.archive, error))
+                return say(stderr, "update-package preview: cannot pack the folder: " + error, 2);
+            entry.archiveName = QFileInfo(entry.archive).fileName();
+        }
+        options.packages << entry;
     }
-    return preview::run(options, predict::predict(*pkg, *profile, how));
+    return preview::run(options, *profile);
 }
 
 int rules(const QCommandLineParser& p, const Subcommand&)
@@ -306,7 +309,7 @@ const QVector<Subcommand>& subcommands()
          {jsonOption(), profileOption()}, lintOrInspect, {}},
         {"inspect", "PACKAGE|DIR", 1, 1, "what the updater will show, run and write for each line",
          {jsonOption(), profileOption()}, lintOrInspect, {}},
-        {"preview", "PACKAGE|DIR", 1, 1, "run it on the virtual instrument with the real updater",
+        {"preview", "PACKAGE|DIR ...", 1, 64, "run it on the virtual instrument with the real updater; several: one session",
          {pcOption(), outDirOption(), timeoutOption(), jsonOption(), profileOption()}, runPreview, {}},
         {"rules", "", 0, 0, "the rules lint applies, with their severity",
          {jsonOption()}, rules, {}},
