@@ -16,7 +16,7 @@ cache=/var/cache/instrument-updater
 mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
 say() { printf '== %s (at %d s)\n' "$*" "$SECONDS"; }
 die() { echo "install-proof: $*" >&2; exit 1; }
-. "$repo/scripts/lib/clean-root.sh"
+. "$repo/scripts/lib/package-proof.sh"
 [ "$(id -u)" = 0 ] || die "run as root: it installs packages and runs a Debian root with chroot"
 
 say "host tools"
@@ -33,7 +33,7 @@ updater_deb=$build/instrument-updater_${version}_amd64.deb # the same build's, b
 dpkg-deb -I "$deb" | sed -n '/Package:/,$p'
 printf '%s: %s bytes\n' "${deb##*/}" "$(stat -c %s "$deb")" "${updater_deb##*/}" "$(stat -c %s "$updater_deb")"
 say "lintian"
-lintian --fail-on error "$deb" "$updater_deb" || die "lintian found errors in $deb or $updater_deb"
+package_lintian "$deb" "$updater_deb" || die "lintian found errors in $deb or $updater_deb"
 
 say "the sample package"
 work=$(mktemp -d "$cache/install-proof.XXXXXX")

@@ -38,7 +38,7 @@ mode=${1:-all}
 case "$mode" in all | sysroot | profile | install) ;; *) die "unknown argument '$mode' (none, sysroot, profile or install)" ;; esac
 [ "$(id -u)" = 0 ] || die "run as root: it installs packages, registers qemu-arm with binfmt_misc and keeps its cache in $cache"
 
-. scripts/lib/clean-root.sh
+. scripts/lib/package-proof.sh
 
 say "host tools"
 bash scripts/setup.sh g++-arm-linux-gnueabihf mmdebstrap dpkg-dev file zstd lintian
@@ -305,7 +305,7 @@ if (cd "$build" && cpack) >"$build/cpack.log" 2>&1 && [ -s "$deb" ]; then
         fi
     done
     say "lintian"
-    lintian --fail-on error "$deb" || { echo "test-armhf: lintian found errors in $deb" >&2; status=1; }
+    package_lintian "$deb" || { echo "test-armhf: lintian found errors in $deb" >&2; status=1; }
     installed_stick_update
 else
     cat "$build/cpack.log" >&2

@@ -1,7 +1,18 @@
 # shellcheck shell=bash
-# Debian 12 roots made with mmdebstrap, kept in the cache as tarballs and unpacked afresh for every run, and
-# the proof that a package installs into one as on a user's machine. Sourced by scripts/install-proof.sh
-# and scripts/test-armhf.sh, which set `cache` (a folder outside /tmp) and define `say`.
+# The proofs that a Debian package of ours is fit for a user's machine: lintian, and apt-get install into a
+# clean Debian 12 root, made with mmdebstrap, kept in the cache as a tarball and unpacked afresh for every
+# run. Sourced by scripts/install-proof.sh and scripts/test-armhf.sh, which set `cache` (a folder outside
+# /tmp) and define `say`.
+
+# package_lintian DEB...: lintian on the package files, failing on errors. It gets a TMPDIR of its own,
+# removed after it, since it leaves files there.
+package_lintian() {
+    local tmp status=0
+    tmp=$(mktemp -d) || return 1
+    TMPDIR=$tmp lintian --fail-on error "$@" || status=$?
+    rm -rf "$tmp"
+    return $status
+}
 
 # clean_root_recipe FUNCTION...: a short hash of the functions' text, naming what they make.
 clean_root_recipe() { declare -f "$@" | sha256sum | cut -c1-16; }
@@ -35,7 +46,8 @@ clean_root() {
 # own (so every mount ends with it) with /dev, /proc and /sys, a /dev/shm of its own, the machine's DNS
 # set-up and ARCHIVES (a folder outside ROOT) as apt's cache of .debs, so that a repeated run downloads
 # nothing new (runs that share ARCHIVES take turns). ROOT is made a mount point, as a machine's / is: the
-# sandbox changes its propagation. An emulator's library prefix is left outside: the root has its own.
+# sandbox changes its propagation. The emulator's library prefix and TMPDIR name the build machine's
+# folders: they stay outside.
 clean_root_run() {
     local root=$1 archives=$2 script=$3 lock status=0
     mkdir -p "$archives"
@@ -51,7 +63,7 @@ clean_root_run() {
         mount -t proc proc "$root/proc"
         mount --rbind /sys "$root/sys"
         mount --bind "$2" "$root/var/cache/apt/archives"
-        exec env -u QEMU_LD_PREFIX chroot "$root" /bin/bash -c "$3"' clean-root "$root" "$archives" "$script" || status=$?
+        exec env -u QEMU_LD_PREFIX -u TMPDIR chroot "$root" /bin/bash -c "$3"' clean-root "$root" "$archives" "$script" || status=$?
     exec {lock}>&-
     return $status
 }
