@@ -16,6 +16,7 @@ cache=/var/cache/instrument-updater
 mirror=${DEBIAN_MIRROR:-http://deb.debian.org/debian}
 say() { printf '== %s (at %d s)\n' "$*" "$SECONDS"; }
 die() { echo "install-proof: $*" >&2; exit 1; }
+. "$repo/scripts/lib/package-proof.sh"
 [ "$(id -u)" = 0 ] || die "run as root: it installs packages and runs a Debian root with chroot"
 
 say "host tools"
@@ -32,7 +33,7 @@ updater_deb=$build/instrument-updater_${version}_amd64.deb # the same build's, b
 dpkg-deb -I "$deb" | sed -n '/Package:/,$p'
 printf '%s: %s bytes\n' "${deb##*/}" "$(stat -c %s "$deb")" "${updater_deb##*/}" "$(stat -c %s "$updater_deb")"
 say "lintian"
-lintian --fail-on error "$deb" "$updater_deb" || die "lintian found errors in $deb or $updater_deb"
+package_lintian "$deb" "$updater_deb" || die "lintian found errors in $deb or $updater_deb"
 
 say "the sample package"
 work=$(mktemp -d "$cache/install-proof.XXXXXX")
@@ -56,40 +57,16 @@ make_root() {
         "deb $mirror bookworm main" "deb $mirror bookworm-updates main" \
         "deb ${mirror%/debian}/debian-security bookworm-security main"
 }
-recipe=$(declare -f make_root | sha256sum | cut -c1-16)
-tarball=$cache/amd64-bookworm-root-$recipe.tar.zst
-mkdir -p "$cache/install-proof-apt"
-exec 9>"$cache/.install-proof.lock"
-flock 9
-if [ ! -s "$tarball" ]; then
-    say "making the clean Debian 12 root (once per machine)"
-    make_root "$work/made"
-    tar -C "$work/made" --numeric-owner -cf - . | zstd -q -T0 >"$tarball.part"
-    mv "$tarball.part" "$tarball"
-    find "$cache" -maxdepth 1 -name 'amd64-bookworm-root-*.tar.zst' ! -name "${tarball##*/}" -delete
-    rm -rf "$work/made"
-fi
-say "unpacking the clean root"
 root=$work/root
-mkdir -p "$root"
-zstd -dcq "$tarball" | tar -C "$root" --numeric-owner -xf -
+clean_root amd64-bookworm-root make_root "$root"
 mkdir -p "$root/proof"
 cp "$deb" "$package" "$root/proof/"
-cp /etc/resolv.conf "$root/etc/resolv.conf"
 
 # Inside: what an engineer types. preview's sandbox needs /dev (FUSE), /proc and /sys; its cache of the
 # instrument's root layers gets a /dev/shm of its own, so nothing built from the host's root is reused.
 inside=$(
+    clean_root_install_script "$deb"
     cat <<EOF
-set -euo pipefail
-export DEBIAN_FRONTEND=noninteractive LC_ALL=C.UTF-8
-say() { printf '== %s (at %d s)\n' "\$*" "\$((SECONDS + $SECONDS))"; }
-say "apt-get install ./${deb##*/}"
-apt-get update -q >/dev/null
-apt-get install -y -q --no-install-recommends "/proof/${deb##*/}" >/proof/apt.log 2>&1 ||
-    { cat /proof/apt.log; exit 1; }
-echo "\$(grep -c '^Setting up' /proof/apt.log) packages set up; \$(grep -h '^Need to get' /proof/apt.log)"
-apt-get autoclean -q >/dev/null # the cached .debs: only versions the archive still has
 cd /proof
 update-package --version
 say "update-package lint"
@@ -113,15 +90,5 @@ test -s /usr/share/bash-completion/completions/update-package
 EOF
 )
 say "into the clean root"
-unshare --mount --propagation private -- bash -c '
-    set -e
-    root=$1
-    mount --bind "$root" "$root" # a mount point, as a machine'"'"'s / is: the sandbox changes its propagation
-    mount --rbind /dev "$root/dev"
-    mount -t tmpfs -o mode=1777 shm "$root/dev/shm"
-    mount -t proc proc "$root/proc"
-    mount --rbind /sys "$root/sys"
-    mount --bind "$2" "$root/var/cache/apt/archives"
-    exec chroot "$root" /bin/bash -c "$3"' install-proof "$root" "$cache/install-proof-apt" "$inside" ||
-    die "the installed package failed (above)"
+clean_root_run "$root" "$cache/install-proof-apt" "$inside" || die "the installed package failed (above)"
 say "installed and previewed in a clean Debian 12 root"

@@ -1,17 +1,22 @@
 #!/usr/bin/env bash
 # The updater on its own platform: cross-builds everything for the instrument's board (32-bit ARM
 # Cortex-A8, Debian 12 armhf) into build-armhf/, runs the test suite under user-mode emulation of that CPU,
-# writes build-armhf/instrument-updater_<version>_armhf.deb and prints the emulated start-up time.
-# Exit status 0 only when all of that succeeded.
+# writes build-armhf/instrument-updater_<version>_armhf.deb, checks it with lintian, installs it with
+# `apt-get install ./instrument-updater_*.deb` into a clean Debian 12 armhf root (apt and nothing else; its
+# Depends from Debian's archive), runs the demo's stick update with the updater apt installed there, and
+# prints the emulated start-up time. Exit status 0 only when all of that succeeded.
 #   scripts/test-armhf.sh           as root on Debian 12 amd64 (CI runs it after scripts/test.sh)
 #   scripts/test-armhf.sh sysroot   only make (or unpack) the cached armhf sysroot and print its path
 #   scripts/test-armhf.sh profile   write sim/profile/instrument.profile afresh from the sysroot
+#   scripts/test-armhf.sh install   only the package: build the updater, cpack, lintian, the clean root's
+#                                   install and stick update (no test suite)
 # The full run also checks that the committed instrument profile agrees with a fresh capture of the sysroot
 # on what matters (platform, top-level links, folders), not on every versioned file name.
 #
 # Kept between runs in /var/cache/instrument-updater (outside /tmp, /home, /mnt and /run, which the sandbox
-# replaces, so emulated programs keep their libraries): the armhf sysroot as a tarball (made once with
-# mmdebstrap, a few minutes; unpacked again in seconds) and qemu-arm 10 from bookworm-backports, fetched
+# replaces, so emulated programs keep their libraries): the armhf sysroot and the clean armhf root as
+# tarballs (each made once with mmdebstrap, a few minutes; unpacked again in seconds), the .debs apt fetched
+# into the clean root, and qemu-arm 10 from bookworm-backports, fetched
 # into a folder of its own so that the machine's apt sources and packages stay as they are. For the run,
 # qemu-arm is registered with binfmt_misc so that scripts, bubblewrap and QProcess can start ARM programs;
 # the entry is removed at exit, whatever happened.
@@ -30,14 +35,17 @@ native_only='^tst_(expander|shell)$'
 say() { printf '== %s (at %d s)\n' "$*" "$SECONDS"; }
 die() { echo "test-armhf: $*" >&2; exit 1; }
 mode=${1:-all}
-case "$mode" in all | sysroot | profile) ;; *) die "unknown argument '$mode' (none, sysroot or profile)" ;; esac
+case "$mode" in all | sysroot | profile | install) ;; *) die "unknown argument '$mode' (none, sysroot, profile or install)" ;; esac
 [ "$(id -u)" = 0 ] || die "run as root: it installs packages, registers qemu-arm with binfmt_misc and keeps its cache in $cache"
 
-say "host tools"
-bash scripts/setup.sh g++-arm-linux-gnueabihf mmdebstrap dpkg-dev file zstd
+. scripts/lib/package-proof.sh
 
-entry="" mounted_binfmt=""
+say "host tools"
+bash scripts/setup.sh g++-arm-linux-gnueabihf mmdebstrap dpkg-dev file zstd lintian
+
+entry="" mounted_binfmt="" work=""
 cleanup() {
+    if [ -n "$work" ]; then rm -rf "$work"; fi
     if [ -n "$entry" ] && [ -e "$binfmt/$entry" ]; then echo -1 >"$binfmt/$entry" || true; fi
     if [ -n "$mounted_binfmt" ]; then umount "$binfmt" || true; fi
 }
@@ -66,27 +74,27 @@ qemu_ready() { "$qemu" --version 2>/dev/null | grep -qE 'version (1[0-9]|[2-9][0
 # instrument's own tools the updater runs (mount, bzip2 for tar, kmod), so that it also stands for the
 # instrument's image (sim/profile/instrument.profile is captured from it).
 make_sysroot() {
-    local dir=${1:?}
-    rm -rf "$dir"
     # Maintainer scripts run emulated (binfmt). The security suite is left out: its armhf index did not
     # download consistently.
     mmdebstrap --mode=root --variant=essential --architectures=armhf --skip=check/qemu \
         --hook-dir=/usr/share/mmdebstrap/hooks/merged-usr --dpkgopt='path-exclude=/usr/share/doc/*' \
         --dpkgopt='path-exclude=/usr/share/man/*' --dpkgopt='path-exclude=/usr/share/locale/*' \
         --include=qtbase5-dev,libfuse3-dev,libstdc++-12-dev,libc6-dev,mount,bzip2,kmod \
-        bookworm "$dir" "deb $mirror bookworm main" "deb $mirror bookworm-updates main"
-    # Absolute links would lead out of the sysroot into the build machine: make them relative, noting what
-    # they were for the instrument profile.
+        bookworm "$1" "deb $mirror bookworm main" "deb $mirror bookworm-updates main"
+}
+# <dir>: an armhf root made fit for QEMU_LD_PREFIX, where the emulator looks every path up first.
+emulation_prefix() {
+    local dir=${1:?}
+    # Absolute links would lead out of the root into the build machine: make them relative, noting what
+    # they were (for the instrument profile).
     (cd "$dir" && find . -type l -lname '/*' -printf '/%P %l\n' | LC_ALL=C sort >.absolute-links)
     find "$dir" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
         ln -sfn "$(realpath -m -s --relative-to="$(dirname "$link")" "$dir$(readlink "$link")")" "$link"
     done
-    # The emulator looks every path up in the sysroot first: its /dev would hide the machine's devices and
-    # its /tmp the sandbox's, so the runtime folders go.
+    # Its /dev would hide the machine's devices and its /tmp the sandbox's: the runtime folders go.
     rm -rf "${dir:?}"/{boot,dev,home,media,mnt,opt,proc,root,run,srv,sys,tmp} "${dir:?}"/var/{cache,lock,log,mail,run,spool,tmp}
 }
-recipe=$(declare -f make_sysroot | sha256sum | cut -c1-16)
-tarball=$cache/armhf-bookworm-$recipe.tar.zst
+recipe=$(clean_root_recipe make_sysroot emulation_prefix)
 sysroot_ready() { [ "$(cat "$sysroot/.recipe" 2>/dev/null)" = "$recipe" ]; }
 
 register_emulator() {
@@ -116,18 +124,10 @@ if ! qemu_ready || ! sysroot_ready; then
 fi
 register_emulator
 if ! sysroot_ready; then
-    if [ -s "$tarball" ]; then
-        say "unpacking the cached armhf sysroot"
-        rm -rf "$sysroot" && mkdir -p "$sysroot"
-        zstd -dcq "$tarball" | tar -C "$sysroot" --numeric-owner -xf -
-    else
-        say "making the armhf sysroot (once per machine)"
-        make_sysroot "$sysroot.new"
-        tar -C "$sysroot.new" --numeric-owner -cf - . | zstd -q -T0 >"$tarball.part"
-        mv "$tarball.part" "$tarball"
-        find "$cache" -maxdepth 1 -name 'armhf-bookworm-*.tar.zst' ! -name "${tarball##*/}" -delete
-        rm -rf "$sysroot" && mv "$sysroot.new" "$sysroot"
-    fi
+    rm -rf "$sysroot.new"
+    clean_root armhf-sysroot make_sysroot "$sysroot.new"
+    emulation_prefix "$sysroot.new"
+    rm -rf "$sysroot" && mv "$sysroot.new" "$sysroot"
     echo "$recipe" >"$sysroot/.recipe"
 fi
 flock -s 9
@@ -184,49 +184,104 @@ if [ "$mode" = profile ]; then
 fi
 
 status=0
-say "the committed instrument profile against a fresh capture of the sysroot"
-if ! diff -u <(profile_essentials "$profile") <(instrument_profile | profile_essentials /dev/stdin) >&2; then
-    echo "test-armhf: $profile disagrees with the sysroot on what matters (lines above: - committed, + fresh);" \
-        "write it afresh with 'scripts/test-armhf.sh profile'" >&2
-    status=1
-fi
-for file in "${owner_names[@]}"; do
-    cmp "$sysroot/$file" "sim/target/$file" ||
-        { echo "test-armhf: sim/target/$file differs from the sysroot's: 'scripts/test-armhf.sh profile'" >&2; status=1; }
-done
-
-# The sandbox runs the build machine's cp, rm and tar for the instrument's: the same versions.
-for package in coreutils tar bzip2; do
-    ours=$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
-    theirs=$(dpkg-query --admindir="$sysroot/var/lib/dpkg" -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
-    if [ "$ours" != "$theirs" ]; then
-        echo "test-armhf: $package is ${ours:-missing} here and ${theirs:-missing} on the instrument: the sandbox's" \
-            "target commands no longer stand for the instrument's" >&2
+if [ "$mode" = all ]; then
+    say "the committed instrument profile against a fresh capture of the sysroot"
+    if ! diff -u <(profile_essentials "$profile") <(instrument_profile | profile_essentials /dev/stdin) >&2; then
+        echo "test-armhf: $profile disagrees with the sysroot on what matters (lines above: - committed, + fresh);" \
+            "write it afresh with 'scripts/test-armhf.sh profile'" >&2
         status=1
     fi
-done
+    for file in "${owner_names[@]}"; do
+        cmp "$sysroot/$file" "sim/target/$file" ||
+            { echo "test-armhf: sim/target/$file differs from the sysroot's: 'scripts/test-armhf.sh profile'" >&2; status=1; }
+    done
+
+    # The sandbox runs the build machine's cp, rm and tar for the instrument's: the same versions.
+    for package in coreutils tar bzip2; do
+        ours=$(dpkg-query -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+        theirs=$(dpkg-query --admindir="$sysroot/var/lib/dpkg" -W -f='${Version}' "$package" 2>/dev/null | sed 's/-[^-]*$//')
+        if [ "$ours" != "$theirs" ]; then
+            echo "test-armhf: $package is ${ours:-missing} here and ${theirs:-missing} on the instrument: the sandbox's" \
+                "target commands no longer stand for the instrument's" >&2
+            status=1
+        fi
+    done
+fi
 
 say "cross build into $build"
 cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_TOOLCHAIN_FILE="$repo/cmake/armhf-toolchain.cmake" \
     -DARMHF_SYSROOT="$sysroot" -DARMHF_EMULATOR="$qemu" -DUPDATER_SANITIZE=OFF >/dev/null
-nice cmake --build "$build" -j 2
+targets=()
+[ "$mode" = all ] || targets=(--target updater probe)
+nice cmake --build "$build" -j 2 "${targets[@]}"
 file "$build/updater/updater"
-
-export QEMU_LD_PREFIX=$sysroot QEMU_CPU=cortex-a8 QT_QPA_PLATFORM=offscreen
-# QtTest ends a test function after 5 minutes; an emulated CPU needs longer for the PIC and end-to-end runs.
-export QTEST_FUNCTION_TIMEOUT=1800000
-say "test suite under Cortex-A8 emulation"
-host=$(mktemp)
-bash scripts/host-state.sh record "$host"
-ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1800 || status=1
-bash scripts/host-state.sh compare "$host" || status=1
-rm -f "$host"
-
-say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
+# The build machine's own programs: the tests below and the installed updater's stick update.
 native=$repo/build-native
 cmake -S "$repo" -B "$native" -G Ninja -DUPDATER_SANITIZE=OFF >/dev/null
-nice cmake --build "$native" -j 2 --target tst_expander tst_shell sim-instrument
-ctest --test-dir "$native" -R "$native_only" --output-on-failure --timeout 900 || status=1
+nice cmake --build "$native" -j 2 --target tst_expander tst_shell sim-instrument update-package
+
+export QEMU_LD_PREFIX=$sysroot QEMU_CPU=cortex-a8 QT_QPA_PLATFORM=offscreen
+if [ "$mode" = all ]; then
+    # QtTest ends a test function after 5 minutes; an emulated CPU needs longer for the PIC and end-to-end runs.
+    export QTEST_FUNCTION_TIMEOUT=1800000
+    say "test suite under Cortex-A8 emulation"
+    host=$(mktemp)
+    bash scripts/host-state.sh record "$host"
+    ctest --test-dir "$build" -E "$native_only" -j 2 --output-on-failure --timeout 1800 || status=1
+    bash scripts/host-state.sh compare "$host" || status=1
+    rm -f "$host"
+
+    say "tst_expander and tst_shell natively only: qemu-user has no I2C_SLAVE ioctl, so an emulated program cannot address the simulated expander on /dev/i2c-1"
+    ctest --test-dir "$native" -R "$native_only" --output-on-failure --timeout 900 || status=1
+fi
+
+# The package as a user installs it: `apt-get install ./<deb>` into a clean Debian 12 armhf root (apt and
+# nothing else; the security suite left out as for the sysroot) fetches its Depends from the archive. Then
+# the demo's stick update runs with the updater apt installed there, which the sandbox puts at the
+# instrument's path, and the emulator takes every library from that root. The rest is the build machine's:
+# the simulated instrument, the state reader and the probe (the armhf build's, loaded into the updater).
+make_armhf_root() {
+    mmdebstrap --mode=root --variant=apt --architectures=armhf --skip=check/qemu \
+        --dpkgopt='path-exclude=/usr/share/doc/*' --dpkgopt='path-exclude=/usr/share/man/*' \
+        --dpkgopt='path-exclude=/usr/share/locale/*' \
+        bookworm "$1" "deb $mirror bookworm main" "deb $mirror bookworm-updates main"
+}
+installed_stick_update() {
+    local root tree out=$build/installed-stick demo=0
+    say "the package into a clean Debian 12 armhf root"
+    work=$(mktemp -d "$cache/armhf-install.XXXXXX") # below $cache, so visible in the sandbox (sim/keep.list)
+    root=$work/root
+    clean_root armhf-bookworm-root make_armhf_root "$root"
+    mkdir -p "$root/proof"
+    cp "$deb" "$root/proof/"
+    if clean_root_run "$root" "$cache/armhf-install-apt" "$(clean_root_install_script "$deb")"; then
+        emulation_prefix "$root"
+        # A build tree as sim/sandbox and scripts/demo.sh take one, of links.
+        tree=$work/build
+        mkdir -p "$tree/updater" "$tree/sim/instrument" "$tree/sim/probe" "$tree/tools/update-package"
+        ln -s "$root$updater_path" "$tree/updater/updater"
+        ln -s "$build/sim/probe/plugins" "$tree/sim/probe/plugins"
+        ln -s "$native/sim/instrument/sim-instrument" "$tree/sim/instrument/sim-instrument"
+        ln -s "$native/tools/update-package/update-package" "$tree/tools/update-package/update-package"
+        say "the demo's stick update with the installed $updater_path"
+        rm -rf "$out"
+        QEMU_LD_PREFIX=$root bash scripts/demo.sh --build "$tree" --out "$out" || demo=$?
+        if [ "$demo" = 77 ]; then
+            echo "test-armhf: SKIPPED the installed updater's stick update: the sandbox is unavailable here (above)" >&2
+        elif [ "$demo" != 0 ] || ! grep -q 'Update complete' "$out/view.txt" 2>/dev/null; then
+            for log in "$out/outcome" "$out/sandbox.log" "$out/updater.log"; do
+                [ ! -s "$log" ] || { echo "--- $log"; tail -n 40 "$log"; } >&2
+            done
+            echo "test-armhf: the installed updater did not complete the stick update (demo status $demo; $out)" >&2
+            status=1
+        fi
+    else
+        echo "test-armhf: apt-get did not install $deb into the clean armhf root (above)" >&2
+        status=1
+    fi
+    rm -rf "$work"
+    work=""
+}
 
 say "Debian package"
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")
@@ -249,14 +304,19 @@ if (cd "$build" && cpack) >"$build/cpack.log" 2>&1 && [ -s "$deb" ]; then
             status=1
         fi
     done
+    say "lintian"
+    package_lintian "$deb" || { echo "test-armhf: lintian found errors in $deb" >&2; status=1; }
+    installed_stick_update
 else
     cat "$build/cpack.log" >&2
     echo "test-armhf: cpack did not write $deb" >&2
     status=1
 fi
 
-say "start-up of the armhf updater under emulation"
-bash bench/startup/run.sh "$build" 9 || status=1
+if [ "$mode" = all ]; then
+    say "start-up of the armhf updater under emulation"
+    bash bench/startup/run.sh "$build" 9 || status=1
+fi
 
 say "$([ $status = 0 ] && echo "armhf: all passed" || echo "armhf: FAILED (see above)")"
 exit $status
