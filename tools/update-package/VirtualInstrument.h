@@ -31,7 +31,7 @@ struct Options
     bool screens = true; // screenshots at the end and back at the menu (a batch saves the time)
     // The CPU the instrument, the updater and the target commands share; -1: the one this process runs on.
     // A GPIO operation is a round trip between the updater and the simulator: on one CPU it hands over
-    // without waking another, about ten times faster than spread over two.
+    // without waking another, about five times faster than spread over two.
     int cpu = -1;
 };
 
